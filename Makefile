@@ -1,0 +1,41 @@
+# The project's commands. See README.md.
+BUILD      ?= build
+BENCH_BUILD ?= build-bench
+SANITIZE   ?=
+WERROR     ?= OFF
+PREFIX     ?= /usr/local
+JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
+CMAKE_ARGS ?=
+
+MAKEFLAGS += --no-print-directory
+
+CONFIGURE = cmake -S . -B $(BUILD) -DZEL_SANITIZE=$(SANITIZE) -DZEL_WERROR=$(WERROR) $(CMAKE_ARGS)
+
+.PHONY: all bootstrap build demo test bench install clean
+
+all: build
+
+bootstrap:
+	@scripts/bootstrap.sh test
+
+build: bootstrap
+	@$(CONFIGURE) >/dev/null
+	@cmake --build $(BUILD) -j$(JOBS)
+
+demo: build
+	@$(BUILD)/tools/zelutil/zelutil demo
+
+test: build
+	@scripts/check-layering.sh
+	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS) --timeout 300
+
+bench:
+	@scripts/bootstrap.sh bench
+	@cmake -S . -B $(BENCH_BUILD) -DCMAKE_BUILD_TYPE=Release -DZEL_BUILD_TESTS=OFF -DZEL_BUILD_BENCH=ON $(CMAKE_ARGS) >/dev/null
+	@cmake --build $(BENCH_BUILD) -j$(JOBS) --target run-bench
+
+install: build
+	@cmake --install $(BUILD) --prefix $(PREFIX)
+
+clean:
+	@rm -rf $(BUILD) $(BENCH_BUILD)

@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the build needs, only those that are missing.
+# Usage: scripts/bootstrap.sh [test|bench|fuzz]...   (default: test)
+# Quiet when everything is present; idempotent.
+set -euo pipefail
+
+packages_for() {
+    case "$1" in
+        test)  echo "cmake make g++ pkg-config zlib1g-dev libminizip-dev libexpat1-dev libgtest-dev libgmock-dev" ;;
+        bench) packages_for test; echo "libbenchmark-dev libspdlog-dev libinih-dev" ;;
+        fuzz)  packages_for test; echo "clang libclang-rt-14-dev" ;;
+        *) echo "bootstrap: unknown set '$1'" >&2; exit 2 ;;
+    esac
+}
+
+wanted=()
+for set in "${@:-test}"; do
+    read -r -a list <<<"$(packages_for "$set" | tr '\n' ' ')"
+    wanted+=("${list[@]}")
+done
+
+missing=()
+for package in "${wanted[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then
+        missing+=("$package")
+    fi
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+if [ "$(id -u)" -ne 0 ]; then
+    echo "bootstrap: missing packages: ${missing[*]} (run as root, or install them)" >&2
+    exit 1
+fi
+echo "bootstrap: installing ${missing[*]}" >&2
+export DEBIAN_FRONTEND=noninteractive
+apt-get update -qq >/dev/null
+apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -1,0 +1,40 @@
+#include "tests/support/temp_folder.h"
+
+#include <atomic>
+#include <chrono>
+
+namespace zel_test {
+
+void TempFolderTest::SetUp() {
+    static std::atomic<unsigned> counter{0};
+    const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
+    std::string name = std::string("zel-") + info->test_suite_name() + "-" + info->name() + "-" +
+                       std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()) +
+                       "-" + std::to_string(counter++);
+    for (char& c : name) {
+        if (c == '/' || c == '\\') c = '_';
+    }
+    folder_ = std::filesystem::temp_directory_path() / name;
+    std::filesystem::create_directories(folder_);
+}
+
+void TempFolderTest::TearDown() {
+    std::error_code error;
+    bool empty = std::filesystem::is_empty(folder_, error);
+    std::string leftovers;
+    if (!error && !empty) {
+        for (const auto& entry : std::filesystem::directory_iterator(folder_, error)) {
+            leftovers += " " + entry.path().filename().string();
+        }
+    }
+    std::filesystem::permissions(folder_, std::filesystem::perms::owner_all,
+                                 std::filesystem::perm_options::add, error);
+    std::filesystem::remove_all(folder_, error);
+    EXPECT_TRUE(empty) << "the test left files behind:" << leftovers;
+}
+
+std::string TempFolderTest::PathOf(const std::string& name) const {
+    return (folder_ / name).string();
+}
+
+}  // namespace zel_test

@@ -1,0 +1,33 @@
+// The subcommands of zelutil. Each lives in its own file and is listed in
+// Commands() (commands.cpp).
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace zelutil {
+
+/// Exit codes scripts can rely on.
+constexpr int kExitOk = 0;
+constexpr int kExitFailure = 1;  ///< the operation ran and said no (e.g. a key is missing)
+constexpr int kExitUsage = 2;    ///< bad arguments, unknown code page, unreadable file
+
+using Args = std::vector<std::string>;
+
+struct Command {
+    const char* name;
+    const char* summary;
+    const char* help;
+    int (*run)(const Args& args);
+};
+
+/// Every command, in the order `zelutil --help` lists them.
+const std::vector<Command>& Commands();
+
+/// Prints "zelutil NAME: message" to stderr and returns kExitUsage.
+int UsageError(const char* command, const std::string& message);
+
+int RunVersion(const Args& args);
+int RunDemo(const Args& args);
+
+}  // namespace zelutil

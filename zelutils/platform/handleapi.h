@@ -1,0 +1,17 @@
+/// @file
+/// Closing and duplicating handles. On POSIX every handle is an entry in one
+/// process-wide table (files, find searches, threads, ...): 0 and
+/// INVALID_HANDLE_VALUE are never valid, and a stale or closed handle fails
+/// with ERROR_INVALID_HANDLE (6) instead of reaching another object.
+#pragma once
+
+#include "zelutils/platform/windef.h"
+#include "zelutils/zel_api.h"
+
+#ifndef _WIN32
+#define DUPLICATE_CLOSE_SOURCE 0x00000001
+#define DUPLICATE_SAME_ACCESS 0x00000002
+
+/// Closes any handle of the table. FALSE and error 6 for a handle that is not live.
+ZEL_API BOOL CloseHandle(HANDLE object);
+#endif

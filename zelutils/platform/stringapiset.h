@@ -1,0 +1,53 @@
+/// @file
+/// Code-page conversions between narrow text and UTF-16, under their Win32
+/// names. Code page 65001 (UTF-8) is the library's own codec and follows the
+/// Windows rules for flags 0: invalid bytes become U+FFFD, lone surrogates
+/// become EF BF BD. Code pages 0 (ANSI) and 1 (OEM) are process settings
+/// (UTF-8 and 437 by default on POSIX, see SetProcessCodePages); every other
+/// code page goes through iconv. Characters a code page lacks become its
+/// default character. A target that is too small fails with
+/// ERROR_INSUFFICIENT_BUFFER (122); a null target with capacity 0 measures.
+#pragma once
+
+#include "zelutils/platform/windef.h"
+#include "zelutils/zel_api.h"
+
+#ifndef _WIN32
+#define CP_ACP 0
+#define CP_OEMCP 1
+#define CP_UTF8 65001
+#define MAX_LEADBYTES 12
+#define MAX_DEFAULTCHAR 2
+
+typedef struct _cpinfo {
+    UINT MaxCharSize;
+    BYTE DefaultChar[MAX_DEFAULTCHAR];
+    BYTE LeadByte[MAX_LEADBYTES];
+} CPINFO, *LPCPINFO;
+
+/// Converts cbMultiByte bytes (-1: up to and including the NUL) of codePage
+/// text to UTF-16. Returns the units written, or needed when cchWideChar is
+/// 0; 0 on failure with the last error set (87 bad argument, 122 target too
+/// small, 1004 flags other than 0).
+ZEL_API int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR multiByteStr, int cbMultiByte,
+                                LPWSTR wideCharStr, int cchWideChar);
+/// Converts cchWideChar units (-1: up to and including the NUL) of UTF-16 to
+/// codePage text; the counterpart of MultiByteToWideChar. defaultChar and
+/// usedDefaultChar must be null for code page 65001.
+ZEL_API int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wideCharStr, int cchWideChar,
+                                LPSTR multiByteStr, int cbMultiByte, LPCSTR defaultChar,
+                                LPBOOL usedDefaultChar);
+/// Describes a code page; FALSE with error 87 for one that is not available.
+ZEL_API BOOL GetCPInfo(UINT codePage, LPCPINFO cpInfo);
+/// The process's ANSI code page (code page 0).
+ZEL_API UINT GetACP();
+/// The process's OEM code page (code page 1).
+ZEL_API UINT GetOEMCP();
+#endif
+
+namespace zel_platform {
+/// Sets the code pages that 0 (ANSI) and 1 (OEM) stand for in this process.
+/// Returns false, changing nothing, when either is not available here, and
+/// on Windows, where the system's settings rule.
+ZEL_API bool SetProcessCodePages(UINT ansiCodePage, UINT oemCodePage);
+}  // namespace zel_platform

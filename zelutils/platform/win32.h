@@ -1,0 +1,15 @@
+/// @file
+/// The Win32 subset the library is written against. Portable modules include
+/// this header (or the narrower headers it gathers) and call the Win32 names;
+/// on Windows they are the real API, elsewhere the POSIX emulation.
+#pragma once
+
+#include "zelutils/platform/errhandlingapi.h"
+#include "zelutils/platform/handleapi.h"
+#include "zelutils/platform/interlockedapi.h"
+#include "zelutils/platform/libloaderapi.h"
+#include "zelutils/platform/oleauto.h"
+#include "zelutils/platform/stringapiset.h"
+#include "zelutils/platform/wchar.h"
+#include "zelutils/platform/windef.h"
+#include "zelutils/platform/winuser.h"

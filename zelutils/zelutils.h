@@ -1,0 +1,6 @@
+/// @file
+/// Umbrella header: every public header of the library.
+#pragma once
+
+#include "zelutils/platform/win32.h"
+#include "zelutils/zel_api.h"
