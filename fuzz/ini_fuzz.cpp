@@ -1,6 +1,5 @@
-// Fuzz target: INI text of any bytes must load or be refused, never crash,
-// and whatever loads must survive a save and load unchanged in memory terms
-// (every key and section it produced is well formed).
+// Fuzz target: INI text of any bytes must load or be refused without
+// crashing, and every key and section it produced must be well formed.
 #include "zelutils/settings/ini_file.h"
 
 #include <cstddef>
