@@ -64,7 +64,8 @@ void BM_ZelBase64Encode(benchmark::State& state) {
     const auto& source = Source();
     std::string target(zel_text::Base64EncodedSize(source.size()), '\0');
     for (auto _ : state) {
-        bool ok = zel_text::Base64Encode(source.data(), source.size(), target.data(), target.size());
+        bool ok =
+            zel_text::Base64Encode(source.data(), source.size(), target.data(), target.size());
         benchmark::DoNotOptimize(ok);
         benchmark::ClobberMemory();
     }
@@ -92,9 +93,10 @@ public:
         double plain = rates_["BM_PlainTableLoop"];
         double ours = rates_["BM_ZelBase64Encode"];
         if (plain > 0 && ours > 0) {
-            std::printf("base64: plain table loop %.0f MB/s, zel_text::Base64Encode %.0f MB/s, "
-                        "ratio %.2f\n",
-                        plain / 1e6, ours / 1e6, ours / plain);
+            std::printf(
+                "base64: plain table loop %.0f MB/s, zel_text::Base64Encode %.0f MB/s, "
+                "ratio %.2f\n",
+                plain / 1e6, ours / 1e6, ours / plain);
         }
     }
 

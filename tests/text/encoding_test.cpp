@@ -62,7 +62,8 @@ std::string ReferenceBase64(const Bytes& data) {
         out += std::string{alphabet[v >> 18], alphabet[(v >> 12) & 63]} + "==";
     } else if (data.size() - i == 2) {
         unsigned v = data[i] << 16 | data[i + 1] << 8;
-        out += std::string{alphabet[v >> 18], alphabet[(v >> 12) & 63], alphabet[(v >> 6) & 63]} + "=";
+        out +=
+            std::string{alphabet[v >> 18], alphabet[(v >> 12) & 63], alphabet[(v >> 6) & 63]} + "=";
     }
     return out;
 }
@@ -199,8 +200,13 @@ TEST(GetBom, RefusesKindsOutsideTheTable) {
 
 TEST(Base64Encode, MatchesTheRfcVectors) {
     const std::pair<const char*, const char*> vectors[] = {
-        {"", ""},         {"f", "Zg=="},        {"fo", "Zm8="},        {"foo", "Zm9v"},
-        {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"},
+        {"", ""},
+        {"f", "Zg=="},
+        {"fo", "Zm8="},
+        {"foo", "Zm9v"},
+        {"foob", "Zm9vYg=="},
+        {"fooba", "Zm9vYmE="},
+        {"foobar", "Zm9vYmFy"},
     };
     for (const auto& [plain, encoded] : vectors) {
         std::size_t count = std::char_traits<char>::length(plain);

@@ -70,7 +70,8 @@ int RunEncoding(const Args& args) {
     std::vector<unsigned char> head(16);
     std::size_t count = 0;
     errno = 0;
-    if (!ReadChunk(file.get(), head, &count)) return CannotRead("encoding", path, errno ? errno : EIO);
+    if (!ReadChunk(file.get(), head, &count))
+        return CannotRead("encoding", path, errno ? errno : EIO);
 
     std::size_t bomLength = 0;
     BomKind kind = zel_text::FindBom(head.data(), count, &bomLength);
@@ -78,7 +79,8 @@ int RunEncoding(const Args& args) {
     if (kind == BomKind::None) {
         std::printf("bom: 0 (none)\n");
     } else {
-        std::printf("bom: %u (%s), %zu bytes\n", static_cast<unsigned>(kind), BomName(kind), bomLength);
+        std::printf("bom: %u (%s), %zu bytes\n", static_cast<unsigned>(kind), BomName(kind),
+                    bomLength);
     }
     std::printf("encoding: %u (%s)\n", static_cast<unsigned>(encoding), EncodingName(encoding));
     return kExitOk;

@@ -106,14 +106,10 @@ BomKind FindBom(const void* bytes, std::size_t count, std::size_t* bomLength) {
 TextEncoding DetectTextEncoding(const void* bytes, std::size_t count, std::size_t* bomLength) {
     if (bytes == nullptr || count < 2) return TextEncoding::Unsupported;
     switch (FindBom(bytes, count, bomLength)) {
-        case BomKind::None:
-            break;
-        case BomKind::Utf8:
-            return TextEncoding::Utf8;
-        case BomKind::Utf16LE:
-            return TextEncoding::Utf16LE;
-        default:
-            return TextEncoding::Unsupported;
+        case BomKind::None: break;
+        case BomKind::Utf8: return TextEncoding::Utf8;
+        case BomKind::Utf16LE: return TextEncoding::Utf16LE;
+        default: return TextEncoding::Unsupported;
     }
     // Without a mark, UTF-16 LE text of Latin characters has zero high bytes
     // at the odd offsets. Nine bytes are required although eight are looked

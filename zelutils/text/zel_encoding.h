@@ -70,6 +70,7 @@ constexpr std::size_t Base64EncodedSize(std::size_t count) {
 /// capacity is smaller than Base64EncodedSize(count): the characters that fit
 /// are written and the text is left unterminated. False, writing nothing,
 /// for a null target or a null source with a non-zero count.
-ZEL_API bool Base64Encode(const void* source, std::size_t count, char* target, std::size_t capacity);
+ZEL_API bool Base64Encode(const void* source, std::size_t count, char* target,
+                          std::size_t capacity);
 
 }  // namespace zel_text

@@ -68,7 +68,8 @@ std::uint64_t AddressSpaceBytes() {
 
 DWORD GetTickCount() {
     timespec now = Now(CLOCK_MONOTONIC);
-    std::uint64_t ms = static_cast<std::uint64_t>(now.tv_sec) * 1000 + static_cast<std::uint64_t>(now.tv_nsec) / 1000000;
+    std::uint64_t ms = static_cast<std::uint64_t>(now.tv_sec) * 1000 +
+                       static_cast<std::uint64_t>(now.tv_nsec) / 1000000;
     return static_cast<DWORD>(ms);  // wraps at 2^32 like the system's count
 }
 
@@ -76,8 +77,8 @@ void GetSystemTimeAsFileTime(LPFILETIME systemTimeAsFileTime) {
     if (systemTimeAsFileTime == nullptr) return;
     timespec now = Now(CLOCK_REALTIME);
     std::uint64_t value = kUnixEpochAsFileTime +
-                          static_cast<std::uint64_t>(static_cast<std::int64_t>(now.tv_sec) * 10000000 +
-                                                     now.tv_nsec / 100);
+                          static_cast<std::uint64_t>(
+                              static_cast<std::int64_t>(now.tv_sec) * 10000000 + now.tv_nsec / 100);
     systemTimeAsFileTime->dwLowDateTime = static_cast<DWORD>(value);
     systemTimeAsFileTime->dwHighDateTime = static_cast<DWORD>(value >> 32);
 }

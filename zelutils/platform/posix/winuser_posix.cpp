@@ -63,7 +63,8 @@ int MatchButton(const zel_platform::MessageBoxButtonSet& buttons, const std::str
         std::string name = ButtonName(buttons.ids[i]);
         if (answer.size() > name.size()) continue;
         bool prefix = std::equal(answer.begin(), answer.end(), name.begin(), [](char a, char b) {
-            return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
+            return std::tolower(static_cast<unsigned char>(a)) ==
+                   std::tolower(static_cast<unsigned char>(b));
         });
         if (!prefix) continue;
         if (match != 0) return 0;  // ambiguous
@@ -84,7 +85,8 @@ bool ReadAnswerLine(std::string* line) {
         if (c == '\n') break;
         *line += c;
     }
-    while (!line->empty() && std::isspace(static_cast<unsigned char>(line->back()))) line->pop_back();
+    while (!line->empty() && std::isspace(static_cast<unsigned char>(line->back())))
+        line->pop_back();
     line->erase(0, std::min(line->size(), line->find_first_not_of(" \t")));
     return true;
 }
