@@ -37,7 +37,7 @@ bool zelAssertBox(const char* file, unsigned line, const char* message) {
     zel_text::FormatBuffer(text, kAssertTextSize - 1, ZW("%S\n%u\n\n%S"), file, line,
                            message != nullptr ? message : "");
     text[kAssertTextSize - 1] = 0;
-    int answer = MessageBoxW(GetActiveWindow(), text, ZW("ZEL ASSERT"), kAssertBoxStyle);
+    int answer = zel_platform::ShowMessageBox(GetActiveWindow(), text, ZW("ZEL ASSERT"), kAssertBoxStyle);
     if (answer == IDABORT) TerminateProcess(GetCurrentProcess(), 3);
     InterlockedExchange(&gAssertBoxShowing, 0);
     return answer == IDIGNORE;
@@ -50,7 +50,7 @@ void fatalErrorBox(const char* file, int line, const char* message) {
     zel_text::FormatBuffer(narrow, sizeof narrow - 1, "Error %s\n%s\n@%d", message, file, line);
     narrow[sizeof narrow - 1] = 0;
     zel_text::CZelStringW text(narrow, CP_ACP);
-    MessageBoxW(nullptr, text.GetString(), ZW("Error"), kErrorBoxStyle);
+    zel_platform::ShowMessageBox(nullptr, text.GetString(), ZW("Error"), kErrorBoxStyle);
     std::exit(0);
 }
 

@@ -265,7 +265,7 @@ void LogFile::SendToDebugger(const WCHAR* line, int length) {
         int count = std::min(kDebuggerPiece, length - start);
         for (int i = 0; i < count; ++i) piece[i] = line[start + i] == 0 ? ZW('.') : line[start + i];
         piece[count] = 0;
-        OutputDebugStringW(piece);
+        zel_platform::DebugOutput(piece);
     }
 }
 
