@@ -281,7 +281,7 @@ void LogFile::write(DWORD level, const WCHAR* text, int length) {
 }
 
 void LogFile::writeLine(DWORD level, const WCHAR* text) {
-    write(level, text, zel_text::SafeStrLen(text));
+    write(level, text, zel_text::SafeStringLength(text));
 }
 
 void LogFile::writeNarrow(DWORD level, const char* text) {
@@ -424,7 +424,7 @@ void logBytes(const char* prefix, const void* data, std::size_t count) {
     LogFile* log = LiveLog();
     if (log == nullptr) return;
     zel_text::CZelStringW line;
-    int prefixLength = zel_text::SafeStrLen(prefix);
+    int prefixLength = zel_text::SafeStringLength(prefix);
     const auto* bytes = static_cast<const unsigned char*>(data);
     std::size_t zeros = static_cast<std::size_t>(std::count(bytes, bytes + count, 0));
     WCHAR* out = line.GetBuffer(prefixLength + static_cast<int>(count + zeros));

@@ -33,7 +33,9 @@ bool IsLineEnd(unsigned unit) { return unit == '\r' || unit == '\n'; }
 // The scratch line, converted to wide text.
 CZelStringW ToWide(const CZelStringW& line, UINT) { return line; }
 CZelStringW ToWide(const CZelStringUtf8& line, UINT) { return line.ToWide(); }
-CZelStringW ToWide(const CZelStringA& line, UINT codePage) { return CZelStringW(line.GetString(), codePage); }
+CZelStringW ToWide(const CZelStringA& line, UINT codePage) {
+    return CZelStringW(line.GetString(), line.GetLength(), codePage);
+}
 
 // Wide text in the writer's encoding, as bytes.
 void AppendEncoded(std::vector<char>& out, const CZelStringW& text, int) {
