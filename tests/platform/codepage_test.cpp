@@ -172,14 +172,27 @@ TEST(Utf8Codec, NonAsciiCharacterAtEveryPositionNearBlockBoundaries) {
     }
 }
 
-TEST(Utf8Codec, NoUnitBeyondTheConvertedTextIsWritten) {
-    // 16 bytes of input give 8 units: a block store would spill into the rest.
-    const std::string utf8 = "abc\xC3\xA9\xE2\x82\xAC\xE2\x82\xAC\xE2\x82\xAC";
-    WString wide(32, u'#');
-    const int written =
-        MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), wide.data(), 32);
-    ASSERT_EQ(written, 7);
-    EXPECT_EQ(wide.substr(7), WString(25, u'#'));
+TEST(Utf8Codec, NothingBeyondTheConvertedTextIsWritten) {
+    // Inputs whose ASCII starts are converted a block at a time while the
+    // text converted is shorter than the block.
+    std::string utf8 = "abc";
+    WString utf16 = ZW("abc");
+    for (int i = 0; i < 15; ++i) {
+        utf8 += "\xE2\x82\xAC";
+        utf16 += static_cast<WCHAR>(0x20AC);
+    }
+    for (std::size_t length = 18; length <= utf8.size(); length += 3) {
+        WString wide(64, u'#');
+        const int written = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(length), wide.data(), 64);
+        ASSERT_GT(written, 0);
+        EXPECT_EQ(wide.substr(0, static_cast<std::size_t>(written)), ToWide(CP_UTF8, utf8.substr(0, length)));
+        EXPECT_EQ(wide.substr(static_cast<std::size_t>(written)), WString(64 - written, u'#')) << length;
+    }
+    std::string narrow(64, '#');
+    const int written = WideCharToMultiByte(CP_UTF8, 0, utf16.data(), static_cast<int>(utf16.size()), narrow.data(),
+                                            64, nullptr, nullptr);
+    ASSERT_EQ(written, static_cast<int>(utf8.size()));
+    EXPECT_EQ(narrow, utf8 + std::string(64 - utf8.size(), '#'));
 }
 
 TEST(Utf8Codec, RandomTextRoundTripsAndRandomBytesDecodeStably) {

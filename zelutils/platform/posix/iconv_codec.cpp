@@ -310,7 +310,8 @@ ConversionResult IconvFromUtf16(UINT codePage, const char16_t* source, std::size
             replacementLength = 2;
         }
     } else {
-        std::copy(page.info.DefaultChar, page.info.DefaultChar + MAX_DEFAULTCHAR, replacement);
+        replacement[0] = static_cast<char>(page.info.DefaultChar[0]);
+        replacement[1] = static_cast<char>(page.info.DefaultChar[1]);
         if (replacement[1] != 0) replacementLength = 2;
     }
 

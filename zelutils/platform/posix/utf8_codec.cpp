@@ -4,8 +4,9 @@
 // time (16 bytes with SSE2, 8 with word operations elsewhere) and fall back
 // to one character at a time only around non-ASCII characters. Measuring
 // runs the same loops without stores, so it costs no more than converting.
-// A converted block is only stored when it is all ASCII, so nothing beyond
-// the characters converted is ever written to the target.
+// A whole block is stored even when only its start is ASCII, but only where
+// the characters that follow are sure to overwrite the rest: a successful
+// conversion writes nothing beyond the units it returns.
 #include "zelutils/platform/posix/codecs.h"
 
 #include <cstdint>
@@ -159,7 +160,10 @@ ConversionResult DecodeUtf8(const unsigned char* in, std::size_t length, char16_
         if (static_cast<std::size_t>(end - in) >= kByteBlock && (!kStore || capacity - count >= kByteBlock)) {
             const std::size_t ascii = AsciiBytePrefix(in);
             if constexpr (kStore) {
-                if (ascii == kByteBlock) {
+                // Every 3 bytes give at least one unit, so with 3 blocks of
+                // input left the units widened past the ASCII prefix are
+                // overwritten by the characters that follow.
+                if (ascii == kByteBlock || static_cast<std::size_t>(end - in) >= 3 * kByteBlock) {
                     WidenByteBlock(in, out + count);
                 } else {
                     for (std::size_t i = 0; i < ascii; ++i) out[count + i] = in[i];
@@ -191,8 +195,8 @@ ConversionResult DecodeUtf8(const unsigned char* in, std::size_t length, char16_
             } else {
                 if constexpr (kStore) {
                     if (capacity - count < 2) return {count, ConversionResult::kTargetTooSmall};
-                    out[count] = static_cast<char16_t>(0xD800 + ((codePoint - 0x10000) >> 10));
-                    out[count + 1] = static_cast<char16_t>(0xDC00 + (codePoint & 0x3FF));
+                    out[count] = static_cast<char16_t>(0xD7C0 + (codePoint >> 10));
+                    out[count + 1] = static_cast<char16_t>(0xDC00 | (codePoint & 0x3FF));
                 }
                 count += 2;
             }
@@ -209,13 +213,9 @@ ConversionResult EncodeUtf8(const char16_t* in, std::size_t length, unsigned cha
     while (in != end) {
         if (static_cast<std::size_t>(end - in) >= kUnitBlock && (!kStore || capacity - count >= kUnitBlock)) {
             const std::size_t ascii = AsciiUnitPrefix(in);
-            if constexpr (kStore) {
-                if (ascii == kUnitBlock) {
-                    NarrowUnitBlock(in, out + count);
-                } else {
-                    for (std::size_t i = 0; i < ascii; ++i) out[count + i] = static_cast<unsigned char>(in[i]);
-                }
-            }
+            // Every unit gives at least one byte, so the bytes narrowed past
+            // the ASCII prefix are overwritten by the characters that follow.
+            if constexpr (kStore) NarrowUnitBlock(in, out + count);
             in += ascii;
             count += ascii;
             if (ascii == kUnitBlock) continue;
