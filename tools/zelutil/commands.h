@@ -29,5 +29,6 @@ int UsageError(const char* command, const std::string& message);
 
 int RunVersion(const Args& args);
 int RunDemo(const Args& args);
+int RunConvert(const Args& args);
 
 }  // namespace zelutil
