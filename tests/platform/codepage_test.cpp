@@ -433,26 +433,29 @@ private:
     UINT oem_ = 0;
 };
 
-TEST_F(ProcessCodePages, DefaultToUtf8And437) {
-    EXPECT_EQ(GetACP(), static_cast<UINT>(CP_UTF8));
-    EXPECT_EQ(GetOEMCP(), 437u);
-    EXPECT_EQ(ToNarrow(CP_ACP, WString{0xE9}), "\xC3\xA9");
-    EXPECT_EQ(ToNarrow(CP_OEMCP, WString{0xE9, 0xD7}), "\x82?");
-    CPINFO info;
-    ASSERT_TRUE(GetCPInfo(CP_ACP, &info));
-    EXPECT_EQ(info.MaxCharSize, 4u);
-}
-
-TEST_F(ProcessCodePages, SettingThemChangesWhatZeroAndOneMean) {
-    ASSERT_TRUE(zel_platform::SetProcessCodePages(1252, 850));
-    EXPECT_EQ(GetACP(), 1252u);
-    EXPECT_EQ(GetOEMCP(), 850u);
-    EXPECT_EQ(ToNarrow(CP_ACP, WString{0xE9, 0x20AC}), "\xE9\x80");
-    EXPECT_EQ(ToWide(CP_ACP, "\x80"), WString{0x20AC});
-    EXPECT_EQ(ToNarrow(CP_OEMCP, WString{0xE9, 0xD7}), "\x82\x9E");
-    CPINFO info;
-    ASSERT_TRUE(GetCPInfo(CP_ACP, &info));
-    EXPECT_EQ(info.MaxCharSize, 1u);
+TEST_F(ProcessCodePages, ZeroAndOneFollowTheSettingsFromUtf8And437) {
+    struct Case {
+        UINT ansi;
+        UINT oem;
+        std::string ansiText;  // e-acute and the euro sign
+        std::string oemText;   // e-acute and the multiplication sign
+        UINT ansiMaxCharSize;
+    };
+    const Case cases[] = {
+        {CP_UTF8, 437, "\xC3\xA9\xE2\x82\xAC", "\x82?", 4},  // the defaults
+        {1252, 850, "\xE9\x80", "\x82\x9E", 1},
+    };
+    for (const Case& c : cases) {
+        if (c.ansi != GetACP()) ASSERT_TRUE(zel_platform::SetProcessCodePages(c.ansi, c.oem));
+        EXPECT_EQ(GetACP(), c.ansi);
+        EXPECT_EQ(GetOEMCP(), c.oem);
+        EXPECT_EQ(ToNarrow(CP_ACP, WString{0xE9, 0x20AC}), c.ansiText);
+        EXPECT_EQ(ToWide(CP_ACP, c.ansiText), (WString{0xE9, 0x20AC}));
+        EXPECT_EQ(ToNarrow(CP_OEMCP, WString{0xE9, 0xD7}), c.oemText);
+        CPINFO info;
+        ASSERT_TRUE(GetCPInfo(CP_ACP, &info));
+        EXPECT_EQ(info.MaxCharSize, c.ansiMaxCharSize);
+    }
 }
 
 TEST_F(ProcessCodePages, UnavailableCodePagesChangeNothing) {
