@@ -446,7 +446,9 @@ TEST_F(ProcessCodePages, ZeroAndOneFollowTheSettingsFromUtf8And437) {
         {1252, 850, "\xE9\x80", "\x82\x9E", 1},
     };
     for (const Case& c : cases) {
-        if (c.ansi != GetACP()) ASSERT_TRUE(zel_platform::SetProcessCodePages(c.ansi, c.oem));
+        if (c.ansi != GetACP()) {
+            ASSERT_TRUE(zel_platform::SetProcessCodePages(c.ansi, c.oem));
+        }
         EXPECT_EQ(GetACP(), c.ansi);
         EXPECT_EQ(GetOEMCP(), c.oem);
         EXPECT_EQ(ToNarrow(CP_ACP, WString{0xE9, 0x20AC}), c.ansiText);
