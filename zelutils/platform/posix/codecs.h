@@ -4,8 +4,8 @@
 //
 // Every conversion takes an explicit source length (embedded NULs are plain
 // characters) and a target that may be null with capacity 0, which measures.
-// A target that is too small receives the whole characters that fit, and the
-// result says the conversion is incomplete. Bad input never fails a
+// A target that is too small receives what fits (the UTF-8 codec stops before
+// the first character that does not), and the result says so. Bad input never fails a
 // conversion: it becomes a replacement character.
 #pragma once
 
@@ -36,13 +36,15 @@ ConversionResult Utf16ToUtf8(const char16_t* source, std::size_t length, char* t
 bool IconvCodePageAvailable(UINT codePage);
 /// GetCPInfo for an iconv code page; false when it is not available.
 bool IconvCodePageInfo(UINT codePage, CPINFO* info);
-/// codePage text to UTF-16 through iconv. Undecodable bytes become U+003F.
+/// codePage text to UTF-16 through iconv. An undecodable byte (with the byte
+/// after it when it is a lead byte) becomes the code page's default wide
+/// character: U+30FB for 932, '?' for the others.
 ConversionResult IconvToUtf16(UINT codePage, const char* source, std::size_t length,
                               char16_t* target, std::size_t capacity);
-/// UTF-16 to codePage text through iconv. A character the code page lacks
-/// (or a lone surrogate) becomes defaultChar, or the code page's own default
-/// character when defaultChar is null; *usedDefault tells whether that
-/// happened.
+/// UTF-16 to codePage text through iconv. Each unit of a character the code
+/// page lacks (or a lone surrogate) becomes defaultChar, or the code page's
+/// own default character when defaultChar is null; *usedDefault tells
+/// whether that happened.
 ConversionResult IconvFromUtf16(UINT codePage, const char16_t* source, std::size_t length,
                                 char* target, std::size_t capacity, const char* defaultChar,
                                 bool* usedDefault);

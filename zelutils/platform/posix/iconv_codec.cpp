@@ -30,9 +30,6 @@ constexpr const char* kUtf16Name = "UTF-16LE";
 
 const iconv_t kNoDescriptor = reinterpret_cast<iconv_t>(-1);
 constexpr std::size_t kIconvFailed = static_cast<std::size_t>(-1);
-// Undecodable bytes become '?': one rule for every code page, where Windows
-// varies by code page (U+30FB for some Shift-JIS sequences).
-constexpr char16_t kUndecodable = u'?';
 // Idle descriptors kept per code page and direction; more are closed.
 constexpr std::size_t kMaxIdle = 8;
 
@@ -55,24 +52,27 @@ std::string IconvName(UINT codePage) {
     return "CP" + std::to_string(codePage);
 }
 
-/// What GetCPInfo reports beyond the default character for the multi-byte
-/// code pages; every other code page has one byte per character.
+/// The multi-byte code pages: what GetCPInfo reports beyond the default
+/// character, and the character undecodable bytes become (Shift-JIS has its
+/// own, the katakana middle dot). Every other code page has one byte per
+/// character and turns undecodable bytes into '?'.
 struct MultiByteShape {
     UINT codePage;
     UINT maxCharSize;
+    char16_t undecodable;
     BYTE leadByteRanges[MAX_LEADBYTES];
 };
 constexpr MultiByteShape kMultiByteShapes[] = {
-    {932, 2, {0x81, 0x9F, 0xE0, 0xFC}},
-    {936, 2, {0x81, 0xFE}},
-    {949, 2, {0x81, 0xFE}},
-    {950, 2, {0x81, 0xFE}},
-    {1361, 2, {0x84, 0xD3, 0xD8, 0xDE, 0xE0, 0xF9}},
-    {50220, 5, {}},
-    {51932, 3, {}},
-    {51949, 2, {}},
-    {54936, 4, {}},
-    {65000, 5, {}},
+    {932, 2, 0x30FB, {0x81, 0x9F, 0xE0, 0xFC}},
+    {936, 2, u'?', {0x81, 0xFE}},
+    {949, 2, u'?', {0x81, 0xFE}},
+    {950, 2, u'?', {0x81, 0xFE}},
+    {1361, 2, u'?', {0x84, 0xD3, 0xD8, 0xDE, 0xE0, 0xF9}},
+    {50220, 5, u'?', {}},
+    {51932, 3, u'?', {}},
+    {51949, 2, u'?', {}},
+    {54936, 4, u'?', {}},
+    {65000, 5, u'?', {}},
 };
 
 bool IsLeadByte(const CPINFO& info, unsigned char byte) {
@@ -97,6 +97,7 @@ bool Convert(iconv_t descriptor, const void* source, std::size_t bytes, void* ta
 
 struct CodePage {
     CPINFO info{};
+    char16_t undecodable = u'?';
     /// Bytes 0x80-0x9F the code page leaves undefined. Windows maps them to
     /// the C1 control of the same value and back, so text in those code pages
     /// round-trips every byte; the same is kept here.
@@ -164,6 +165,7 @@ private:
         for (const MultiByteShape& shape : kMultiByteShapes) {
             if (shape.codePage == codePage) {
                 info.MaxCharSize = shape.maxCharSize;
+                page->undecodable = shape.undecodable;
                 std::copy(std::begin(shape.leadByteRanges), std::end(shape.leadByteRanges), info.LeadByte);
             }
         }
@@ -245,9 +247,6 @@ private:
     std::size_t count_ = 0;
 };
 
-bool IsHighSurrogate(char16_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-bool IsLowSurrogate(char16_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
-
 }  // namespace
 
 bool IconvCodePageAvailable(UINT codePage) { return TheRegistry().Find(codePage) != nullptr; }
@@ -278,14 +277,13 @@ ConversionResult IconvToUtf16(UINT codePage, const char* source, std::size_t len
         // An undecodable byte or a character cut off by the end of the input.
         const auto byte = static_cast<unsigned char>(in[0]);
         std::size_t skipped = 1;
-        char16_t replacement = kUndecodable;
+        char16_t replacement = page.undecodable;
         if (byte >= 0x80 && byte <= 0x9F && (page.undefinedC1Bytes & (1u << (byte - 0x80))) != 0) {
             replacement = byte;
         } else if (inLeft >= 2 && IsLeadByte(page.info, byte)) {
-            // A lead byte and a byte in the trail range make one unknown
-            // character; any other byte after a lead byte is read on its own.
-            const auto trail = static_cast<unsigned char>(in[1]);
-            if (trail >= 0x40 && trail != 0x7F && trail != 0xFF) skipped = 2;
+            // A lead byte and whatever byte follows make one unknown
+            // character, as in the Windows code-page tables.
+            skipped = 2;
         }
         sink.Put(&replacement, 1);
         in += skipped;
@@ -338,9 +336,11 @@ ConversionResult IconvFromUtf16(UINT codePage, const char16_t* source, std::size
         next = end - inLeft / sizeof(char16_t);
         if (converted || error == E2BIG) continue;
         // A character the code page lacks, a lone surrogate, or a high
-        // surrogate cut off by the end of the input.
+        // surrogate cut off by the end of the input. The Windows code-page
+        // tables map single units, so a surrogate pair the code page lacks
+        // becomes two default characters. There is no "best fit" either (no
+        // e for e-acute): what is missing is the default character.
         const char16_t unit = *next++;
-        if (IsHighSurrogate(unit) && next != end && IsLowSurrogate(*next)) ++next;
         if (unit >= 0x80 && unit <= 0x9F && (page.undefinedC1Bytes & (1u << (unit - 0x80))) != 0) {
             const char byte = static_cast<char>(unit);
             sink.Put(&byte, 1);
