@@ -12,7 +12,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -41,9 +40,10 @@ std::string IconvName(UINT codePage) {
         const char* name;
     };
     static constexpr Alias kAliases[] = {
-        {10000, "MACINTOSH"}, {20127, "ASCII"},       {20866, "KOI8-R"},  {21866, "KOI8-U"},
-        {28603, "ISO-8859-13"}, {28605, "ISO-8859-15"}, {50220, "ISO-2022-JP"}, {51932, "EUC-JP"},
-        {51949, "EUC-KR"},    {54936, "GB18030"},     {65000, "UTF-7"},
+        {10000, "MACINTOSH"},   {20127, "ASCII"},       {20866, "KOI8-R"},
+        {21866, "KOI8-U"},      {28603, "ISO-8859-13"}, {28605, "ISO-8859-15"},
+        {50220, "ISO-2022-JP"}, {51932, "EUC-JP"},      {51949, "EUC-KR"},
+        {54936, "GB18030"},     {65000, "UTF-7"},
     };
     for (const Alias& alias : kAliases) {
         if (alias.codePage == codePage) return alias.name;
