@@ -22,6 +22,14 @@ const std::vector<Command>& Commands() {
          "exit codes: 0 converted; 1 the conversion failed (odd-sized UTF-16 input);\n"
          "2 bad arguments, an unknown code page, an unreadable input or unwritable output.\n",
          RunConvert},
+        {"encoding", "show a file's byte-order mark and detected text encoding",
+         "usage: zelutil encoding FILE\n\nPrints the byte-order mark found at the start of FILE "
+         "and the encoding the library would read it in, each with its number and name.\n",
+         RunEncoding},
+        {"base64", "Base64-encode a file or standard input",
+         "usage: zelutil base64 [FILE]\n\nWrites the Base64 text (RFC 4648, no line breaks) of "
+         "FILE, or of standard input when FILE is missing or -, followed by a newline.\n",
+         RunBase64},
     };
     return commands;
 }

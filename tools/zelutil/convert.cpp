@@ -56,8 +56,11 @@ bool ParseCodePage(const std::string& text, UINT* codePage) {
 bool ReadAll(std::FILE* file, std::string* bytes) {
     char chunk[65536];
     std::size_t got;
+    errno = 0;
     while ((got = std::fread(chunk, 1, sizeof chunk, file)) > 0) bytes->append(chunk, got);
-    return std::ferror(file) == 0;
+    if (std::ferror(file) == 0) return true;
+    if (errno == 0) errno = EIO;
+    return false;
 }
 
 /// Decodes input to UTF-16; false when the conversion fails.
