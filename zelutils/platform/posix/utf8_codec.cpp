@@ -82,7 +82,7 @@ std::uint64_t LoadWord(const void* p) {
     return word;
 }
 
-/// Index, in memory order, of the first byte of word that has a bit of mask.
+/// Index, in memory order, of the first nonzero byte of word.
 std::size_t FirstMarkedByte(std::uint64_t word) {
 #if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
     return static_cast<std::size_t>(__builtin_clzll(word)) / 8;
