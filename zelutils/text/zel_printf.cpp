@@ -94,8 +94,16 @@ bool ParseCount(const T*& p, int& value) {
 // takes the character literal for a wide-string prefix.
 constexpr char kCapitalL = 0x4C;
 
+// The letters that start a size: I L h j l t w z, as bits from 'A'.
+constexpr std::uint64_t kSizeLetters = (1ull << ('I' - 'A')) | (1ull << (kCapitalL - 'A')) | (1ull << ('h' - 'A')) |
+                                       (1ull << ('j' - 'A')) | (1ull << ('l' - 'A')) | (1ull << ('t' - 'A')) |
+                                       (1ull << ('w' - 'A')) | (1ull << ('z' - 'A'));
+
 template <typename T>
 Size ParseSize(const T*& p) {
+    // Most conversions have no size: one test instead of the switch's jump.
+    auto offset = static_cast<std::make_unsigned_t<T>>(*p - 'A');
+    if (offset >= 64 || ((kSizeLetters >> offset) & 1) == 0) return Size::kNone;
     switch (*p) {
         case 'h':
             if (*++p != 'h') return Size::kShort;
@@ -180,8 +188,13 @@ public:
     }
 
     void Put(const T* text, size_t n) {
-        size_t room = Room();
-        if (room != 0) std::memcpy(buffer_ + length_, text, (n < room ? n : room) * sizeof(T));
+        size_t stored = n < Room() ? n : Room();
+        // The runs between conversions are mostly a few characters long.
+        if (stored <= 8) {
+            for (size_t i = 0; i < stored; ++i) buffer_[length_ + i] = text[i];
+        } else {
+            std::memcpy(buffer_ + length_, text, stored * sizeof(T));
+        }
         length_ += n;
     }
 
