@@ -32,74 +32,58 @@ const char kNarrowText[] = "Opened the survey project, 1234 records read from th
 const WCHAR kWideText[] = ZW("Opened the survey project, 1234 records read from the field unit");
 const wchar_t kWcharText[] = L"Opened the survey project, 1234 records read from the field unit";
 
-void PrefixNarrowOurs(benchmark::State& state) {
-    char buffer[kCapacity];
+// Runs print(buffer, clock) once per iteration with the clock moving on.
+template <typename C, typename Print>
+void LogLines(benchmark::State& state, Print print) {
+    C buffer[kCapacity];
     Clock clock;
     for (auto _ : state) {
-        int n = zel_text::FormatBuffer(buffer, kCapacity, "%02d:%02d:%02d.%03d ; %08x ; %s", clock.Hours(),
-                                       clock.Minutes(), clock.Seconds(), clock.Millis(), clock.Thread(), kNarrowText);
+        int n = print(buffer, clock);
         benchmark::DoNotOptimize(n);
         benchmark::ClobberMemory();
         clock.tick += 7919;
     }
+}
+
+void PrefixNarrowOurs(benchmark::State& state) {
+    LogLines<char>(state, [](char* buffer, const Clock& c) {
+        return zel_text::FormatBuffer(buffer, kCapacity, "%02d:%02d:%02d.%03d ; %08x ; %s", c.Hours(), c.Minutes(),
+                                      c.Seconds(), c.Millis(), c.Thread(), kNarrowText);
+    });
 }
 
 void PrefixNarrowSnprintf(benchmark::State& state) {
-    char buffer[kCapacity];
-    Clock clock;
-    for (auto _ : state) {
-        int n = std::snprintf(buffer, kCapacity, "%02d:%02d:%02d.%03d ; %08x ; %s", clock.Hours(), clock.Minutes(),
-                              clock.Seconds(), clock.Millis(), clock.Thread(), kNarrowText);
-        benchmark::DoNotOptimize(n);
-        benchmark::ClobberMemory();
-        clock.tick += 7919;
-    }
+    LogLines<char>(state, [](char* buffer, const Clock& c) {
+        return std::snprintf(buffer, kCapacity, "%02d:%02d:%02d.%03d ; %08x ; %s", c.Hours(), c.Minutes(),
+                             c.Seconds(), c.Millis(), c.Thread(), kNarrowText);
+    });
 }
 
 void PrefixWideOurs(benchmark::State& state) {
-    WCHAR buffer[kCapacity];
-    Clock clock;
-    for (auto _ : state) {
-        int n = zel_text::FormatBuffer(buffer, kCapacity, ZW("%02d:%02d:%02d.%03d ; %08x ; %ls"), clock.Hours(),
-                                       clock.Minutes(), clock.Seconds(), clock.Millis(), clock.Thread(), kWideText);
-        benchmark::DoNotOptimize(n);
-        benchmark::ClobberMemory();
-        clock.tick += 7919;
-    }
+    LogLines<WCHAR>(state, [](WCHAR* buffer, const Clock& c) {
+        return zel_text::FormatBuffer(buffer, kCapacity, ZW("%02d:%02d:%02d.%03d ; %08x ; %ls"), c.Hours(),
+                                      c.Minutes(), c.Seconds(), c.Millis(), c.Thread(), kWideText);
+    });
 }
 
 void PrefixWideSwprintf(benchmark::State& state) {
-    wchar_t buffer[kCapacity];
-    Clock clock;
-    for (auto _ : state) {
-        int n = std::swprintf(buffer, kCapacity, L"%02d:%02d:%02d.%03d ; %08x ; %ls", clock.Hours(), clock.Minutes(),
-                              clock.Seconds(), clock.Millis(), clock.Thread(), kWcharText);
-        benchmark::DoNotOptimize(n);
-        benchmark::ClobberMemory();
-        clock.tick += 7919;
-    }
+    LogLines<wchar_t>(state, [](wchar_t* buffer, const Clock& c) {
+        return std::swprintf(buffer, kCapacity, L"%02d:%02d:%02d.%03d ; %08x ; %ls", c.Hours(), c.Minutes(),
+                             c.Seconds(), c.Millis(), c.Thread(), kWcharText);
+    });
 }
 
+// The clock's tick makes a different double each time.
 void DoubleOurs(benchmark::State& state) {
-    char buffer[kCapacity];
-    double value = 1234.56789;
-    for (auto _ : state) {
-        int n = zel_text::FormatBuffer(buffer, kCapacity, "%.6f", value);
-        benchmark::DoNotOptimize(n);
-        benchmark::ClobberMemory();
-        value += 0.001;
-    }
+    LogLines<char>(state, [](char* buffer, const Clock& c) {
+        return zel_text::FormatBuffer(buffer, kCapacity, "%.6f", 1234.56789 + c.tick * 1e-6);
+    });
 }
 
 void DoubleSnprintf(benchmark::State& state) {
-    char buffer[kCapacity];
-    double value = 1234.56789;
-    for (auto _ : state) {
-        int n = std::snprintf(buffer, kCapacity, "%.6f", value);
-        benchmark::DoNotOptimize(n);
-        benchmark::ClobberMemory();
-        value += 0.001;
-    }
+    LogLines<char>(state, [](char* buffer, const Clock& c) {
+        return std::snprintf(buffer, kCapacity, "%.6f", 1234.56789 + c.tick * 1e-6);
+    });
 }
 
 // The fastest repetition is the least disturbed by other work on a shared

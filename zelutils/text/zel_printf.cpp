@@ -62,7 +62,7 @@ enum class Size : std::uint8_t {
     kInt32,     // I32
     kInt64,     // I64, j
     kPointer,   // I, z, t
-    kLong2,     // L: long double, or a 64-bit integer
+    kLongDouble,  // L: long double; with integers, 64-bit
     kWide,      // w: only for text
 };
 
@@ -113,7 +113,7 @@ Size ParseSize(const T*& p) {
             if (*++p != 'l') return Size::kLong;
             ++p;
             return Size::kLongLong;
-        case kCapitalL: ++p; return Size::kLong2;
+        case kCapitalL: ++p; return Size::kLongDouble;
         case 'w': ++p; return Size::kWide;
         case 'j': ++p; return Size::kInt64;
         case 'z':
@@ -311,7 +311,7 @@ std::uint64_t NextInteger(ArgList& args, Size size, bool isSigned) {
         case Size::kLong:
             return isSigned ? static_cast<std::uint64_t>(args.Next<long>()) : args.Next<unsigned long>();
         case Size::kLongLong:
-        case Size::kLong2:
+        case Size::kLongDouble:
             return isSigned ? static_cast<std::uint64_t>(args.Next<long long>()) : args.Next<unsigned long long>();
         case Size::kInt32:
             return isSigned ? static_cast<std::uint64_t>(args.Next<std::int32_t>()) : args.Next<std::uint32_t>();
@@ -504,7 +504,7 @@ bool PutConversion(Sink<T>& out, FormatSpec& spec, ArgList& args) {
         case 'G':
         case 'a':
         case 'A':
-            if (spec.size == Size::kLong2) return PutFloatValue(out, spec, args.Next<long double>());
+            if (spec.size == Size::kLongDouble) return PutFloatValue(out, spec, args.Next<long double>());
             if (spec.size != Size::kNone && spec.size != Size::kLong) return false;
             return PutFloatValue(out, spec, args.Next<double>());
         case '%': out.Put('%'); return true;
@@ -629,7 +629,7 @@ void StoreInteger(void* target, Size size, std::uint64_t v) {
         case Size::kShort: *static_cast<unsigned short*>(target) = static_cast<unsigned short>(v); return;
         case Size::kLong: *static_cast<unsigned long*>(target) = static_cast<unsigned long>(v); return;
         case Size::kLongLong:
-        case Size::kLong2: *static_cast<unsigned long long*>(target) = v; return;
+        case Size::kLongDouble: *static_cast<unsigned long long*>(target) = v; return;
         case Size::kInt32: *static_cast<std::uint32_t*>(target) = static_cast<std::uint32_t>(v); return;
         case Size::kInt64: *static_cast<std::uint64_t*>(target) = v; return;
         case Size::kPointer: *static_cast<std::size_t*>(target) = static_cast<std::size_t>(v); return;
