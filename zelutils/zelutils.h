@@ -4,3 +4,6 @@
 
 #include "zelutils/platform/win32.h"
 #include "zelutils/zel_api.h"
+#include "zelutils/text/zel_chars.h"
+#include "zelutils/text/zel_string.h"
+#include "zelutils/text/zel_utf.h"
