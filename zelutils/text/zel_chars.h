@@ -2,10 +2,10 @@
 /// NUL-terminated character arrays of any code-unit type (char, WCHAR,
 /// char32_t): length, comparison, searching, spans and case mapping, with the
 /// semantics of the C library's str* functions. The string classes are built
-/// on these instead of the C library's wide functions, whose wchar_t is not
-/// the library's WCHAR on every platform. Narrow text is handed to the C
-/// library; wider units are mapped one unit at a time with towlower/towupper
-/// in the current locale. Nothing here allocates or fails; a null pointer is
+/// on these instead of the C library's wide-string functions, whose wide
+/// character is not the library's WCHAR on every platform. Narrow text is
+/// handed to the C library; wider units are mapped one unit at a time with
+/// towlower/towupper in the current locale. Nothing here allocates or fails; a null pointer is
 /// the caller's error unless a function says otherwise.
 #pragma once
 
