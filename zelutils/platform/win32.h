@@ -4,12 +4,15 @@
 /// on Windows they are the real API, elsewhere the POSIX emulation.
 #pragma once
 
+#include "zelutils/platform/debugapi.h"
 #include "zelutils/platform/errhandlingapi.h"
 #include "zelutils/platform/handleapi.h"
 #include "zelutils/platform/interlockedapi.h"
 #include "zelutils/platform/libloaderapi.h"
 #include "zelutils/platform/oleauto.h"
+#include "zelutils/platform/processthreadsapi.h"
 #include "zelutils/platform/stringapiset.h"
+#include "zelutils/platform/sysinfoapi.h"
 #include "zelutils/platform/wchar.h"
 #include "zelutils/platform/windef.h"
 #include "zelutils/platform/winuser.h"

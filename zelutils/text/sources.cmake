@@ -1,3 +1,6 @@
-# Text: strings, conversions, the printf dialect, number formatting.
-list(APPEND ZEL_SOURCES text/zel_string.cpp)
-list(APPEND ZEL_SOURCES text/zel_utf.cpp)
+# Strings, conversions, number formatting, byte-order marks and Base64.
+list(APPEND ZEL_SOURCES
+  text/zel_encoding.cpp
+  text/zel_string.cpp
+  text/zel_utf.cpp
+)
