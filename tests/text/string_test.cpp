@@ -10,6 +10,7 @@
 #include <cstdarg>
 #include <cstring>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -438,26 +439,37 @@ TEST(StringConcurrency, SharedBuffersSurviveCopiesMutationsAndDeathsInManyThread
     CZelStringW locked(ZW("locked text"));
     locked.LockBuffer();
     const CZelStringW& lockedView = locked;
+    // Strings handed between threads, so that the last reference to a buffer
+    // dies in any thread while others still hold copies.
+    std::mutex poolMutex;
+    std::vector<CZelStringW> pool(8, base);
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&, t] {
             std::vector<CZelStringW> kept;
             for (int i = 0; i < 2000; ++i) {
-                CZelStringW copy(base);
-                CZelStringW second;
-                second = copy;
-                if (i % 3 == t % 3) second += ZW("!");
-                if (i % 5 == 0) second.MakeUpper();
-                kept.push_back(second);
+                CZelStringW mine(base);
+                if (i % 3 == t % 3) mine += static_cast<WCHAR>(ZW('0') + t);
+                CZelStringW taken;
+                {
+                    std::lock_guard<std::mutex> lock(poolMutex);
+                    CZelStringW& slot = pool[static_cast<std::size_t>(i + t) % pool.size()];
+                    taken = std::move(slot);
+                    slot = mine;
+                }
+                CZelStringW changed(taken);
+                if (i % 5 == 0) changed.MakeUpper();
+                kept.push_back(taken);
                 kept.push_back(CZelStringW(lockedView));
                 if (kept.size() > 16) kept.erase(kept.begin(), kept.begin() + 8);
-                if (copy.Compare(ZW("shared text of the test")) != 0) ++failures;
+                if (taken.Find(ZW("shared text of the test")) != 0) ++failures;
             }
         });
     }
     for (auto& thread : threads) thread.join();
     EXPECT_EQ(failures.load(), 0);
+    pool.clear();
     EXPECT_EQ(RefsOf(base), 1);
     EXPECT_EQ(RefsOf(locked), -1);
 }
