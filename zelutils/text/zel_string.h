@@ -379,7 +379,7 @@ public:
     /// 131072 characters comes out whole; longer text is cut there. The
     /// arguments must not point into this string.
     template <typename U = T, typename = detail::EnableFor<U, char, WCHAR>>
-    void Format(const U* format, ...) {
+    void Format(const T* format, ...) {
         va_list args;
         va_start(args, format);
         detail::FormatInto(*this, format, args);
@@ -387,7 +387,7 @@ public:
     }
     /// Format with the arguments in a va_list (which is not consumed).
     template <typename U = T, typename = detail::EnableFor<U, char, WCHAR>>
-    void FormatV(const U* format, va_list args) {
+    void FormatV(const T* format, va_list args) {
         detail::FormatInto(*this, format, args);
     }
     /// Loads string resource id of the library's module (WCHAR only). True
