@@ -44,6 +44,17 @@ inline int Compare(const T* left, const T* right) {
     }
 }
 
+/// True when the unit can be handed to the C library's wide classification
+/// and mapping functions (wint_t may be narrower than the unit).
+template <typename T>
+constexpr bool FitsWint(T ch) {
+    if constexpr (sizeof(std::wint_t) < sizeof(T)) {
+        return UnitValue(ch) <= static_cast<std::wint_t>(-1);
+    } else {
+        return true;
+    }
+}
+
 /// The unit mapped to lower case; units the locale does not map, and units
 /// beyond the range of wint_t, come back unchanged. A WCHAR result is
 /// truncated to 16 bits, as the Windows runtime does.
@@ -52,10 +63,7 @@ inline T ToLower(T ch) {
     if constexpr (std::is_same_v<T, char>) {
         return static_cast<char>(std::tolower(UnitValue(ch)));
     } else {
-        if constexpr (sizeof(std::wint_t) < sizeof(T)) {
-            if (UnitValue(ch) > static_cast<std::wint_t>(-1)) return ch;
-        }
-        return static_cast<T>(std::towlower(static_cast<std::wint_t>(UnitValue(ch))));
+        return FitsWint(ch) ? static_cast<T>(std::towlower(static_cast<std::wint_t>(ch))) : ch;
     }
 }
 
@@ -65,10 +73,7 @@ inline T ToUpper(T ch) {
     if constexpr (std::is_same_v<T, char>) {
         return static_cast<char>(std::toupper(UnitValue(ch)));
     } else {
-        if constexpr (sizeof(std::wint_t) < sizeof(T)) {
-            if (UnitValue(ch) > static_cast<std::wint_t>(-1)) return ch;
-        }
-        return static_cast<T>(std::towupper(static_cast<std::wint_t>(UnitValue(ch))));
+        return FitsWint(ch) ? static_cast<T>(std::towupper(static_cast<std::wint_t>(ch))) : ch;
     }
 }
 
@@ -78,10 +83,7 @@ inline bool IsSpace(T ch) {
     if constexpr (std::is_same_v<T, char>) {
         return std::isspace(UnitValue(ch)) != 0;
     } else {
-        if constexpr (sizeof(std::wint_t) < sizeof(T)) {
-            if (UnitValue(ch) > static_cast<std::wint_t>(-1)) return false;
-        }
-        return std::iswspace(static_cast<std::wint_t>(UnitValue(ch))) != 0;
+        return FitsWint(ch) && std::iswspace(static_cast<std::wint_t>(ch)) != 0;
     }
 }
 

@@ -55,22 +55,33 @@ std::size_t BlockSize(int capacity, std::size_t unitSize) {
 
 LONG ReadRefs(CZelStringData* data) { return InterlockedExchangeAdd(&data->nRefs, 0); }
 
-// The length of the run at the end of [text, text + length) whose characters
-// satisfy inRun.
+// The length of [text, text + length) without its trailing run of characters
+// that satisfy inRun.
 template <typename T, typename Predicate>
-int TrailingRun(const T* text, int length, Predicate inRun) {
-    int end = length;
-    while (end > 0 && inRun(text[end - 1])) --end;
-    return length - end;
+int WithoutTrailingRun(const T* text, int length, Predicate inRun) {
+    while (length > 0 && inRun(text[length - 1])) --length;
+    return length;
 }
 
-// The length of the run at the start of [text, text + length) whose
-// characters satisfy inRun.
+// Removes the leading run of characters of [text, text + length) that
+// satisfy inRun, moving the rest down with one move; returns the length left.
 template <typename T, typename Predicate>
-int LeadingRun(const T* text, int length, Predicate inRun) {
-    int start = 0;
-    while (start < length && inRun(text[start])) ++start;
-    return start;
+int DropLeadingRun(T* text, int length, Predicate inRun) {
+    int run = 0;
+    while (run < length && inRun(text[run])) ++run;
+    MoveUnits(text, text + run, length - run);
+    return length - run;
+}
+
+// Membership in a set of characters, which never holds the NUL.
+template <typename T>
+auto InSet(const T* set) {
+    return [set](T ch) { return ch != 0 && chars::FindChar(set, ch) != nullptr; };
+}
+
+template <typename T>
+auto Is(T wanted) {
+    return [wanted](T ch) { return ch == wanted; };
 }
 
 }  // namespace
@@ -437,16 +448,14 @@ CZelStringT<T>& CZelStringT<T>::MakeReverse() {
 template <typename T>
 CZelStringT<T>& CZelStringT<T>::TrimRight() {
     MakeWritable(0);
-    int length = GetLength();
-    SetLength(length - TrailingRun(m_pchData, length, [](T ch) { return chars::IsSpace(ch); }));
+    SetLength(WithoutTrailingRun(m_pchData, GetLength(), chars::IsSpace<T>));
     return *this;
 }
 
 template <typename T>
-CZelStringT<T>& CZelStringT<T>::TrimRight(T trimmed) {
+CZelStringT<T>& CZelStringT<T>::TrimRight(T ch) {
     MakeWritable(0);
-    int length = GetLength();
-    SetLength(length - TrailingRun(m_pchData, length, [trimmed](T ch) { return ch == trimmed; }));
+    SetLength(WithoutTrailingRun(m_pchData, GetLength(), Is(ch)));
     return *this;
 }
 
@@ -454,36 +463,21 @@ template <typename T>
 CZelStringT<T>& CZelStringT<T>::TrimRight(const T* set) {
     if (set == nullptr || *set == 0) return *this;
     MakeWritable(0);
-    int length = GetLength();
-    SetLength(length - TrailingRun(m_pchData, length,
-                                   [set](T ch) { return ch != 0 && chars::FindChar(set, ch); }));
+    SetLength(WithoutTrailingRun(m_pchData, GetLength(), InSet(set)));
     return *this;
 }
-
-namespace {
-// Drops the first count characters of a writable buffer with one move.
-template <typename T>
-int DropFront(T* text, int length, int count) {
-    MoveUnits(text, text + count, length - count);
-    return length - count;
-}
-}  // namespace
 
 template <typename T>
 CZelStringT<T>& CZelStringT<T>::TrimLeft() {
     MakeWritable(0);
-    int length = GetLength();
-    int run = LeadingRun(m_pchData, length, [](T ch) { return chars::IsSpace(ch); });
-    if (run > 0) SetLength(DropFront(m_pchData, length, run));
+    SetLength(DropLeadingRun(m_pchData, GetLength(), chars::IsSpace<T>));
     return *this;
 }
 
 template <typename T>
-CZelStringT<T>& CZelStringT<T>::TrimLeft(T trimmed) {
+CZelStringT<T>& CZelStringT<T>::TrimLeft(T ch) {
     MakeWritable(0);
-    int length = GetLength();
-    int run = LeadingRun(m_pchData, length, [trimmed](T ch) { return ch == trimmed; });
-    if (run > 0) SetLength(DropFront(m_pchData, length, run));
+    SetLength(DropLeadingRun(m_pchData, GetLength(), Is(ch)));
     return *this;
 }
 
@@ -491,10 +485,7 @@ template <typename T>
 CZelStringT<T>& CZelStringT<T>::TrimLeft(const T* set) {
     if (set == nullptr || *set == 0) return *this;
     MakeWritable(0);
-    int length = GetLength();
-    int run = LeadingRun(m_pchData, length,
-                         [set](T ch) { return ch != 0 && chars::FindChar(set, ch); });
-    if (run > 0) SetLength(DropFront(m_pchData, length, run));
+    SetLength(DropLeadingRun(m_pchData, GetLength(), InSet(set)));
     return *this;
 }
 

@@ -148,28 +148,22 @@ public:
     /// ch repeated count times; a count below 1 gives the empty string.
     explicit CZelStringT(T ch, int count = 1);
 
-    /// UTF-16 from the NUL-terminated narrow text in codePage (WCHAR only).
-    /// Conversion failure gives the empty string.
-    template <typename U = T, typename = detail::EnableFor<U, WCHAR>>
-    CZelStringT(const char* text, UINT codePage) : CZelStringT() {
+    /// The other width of text, which the narrow and wide strings are made
+    /// from with a code page: char for WCHAR strings, WCHAR for narrow ones.
+    using OtherChar = std::conditional_t<std::is_same_v<T, char>, WCHAR, char>;
+    /// The NUL-terminated text of the other width converted with codePage
+    /// (narrow text is in codePage). Conversion failure gives the empty
+    /// string. Not in the char32_t instantiation.
+    template <typename U = T, typename = detail::EnableFor<U, char, WCHAR>>
+    CZelStringT(const OtherChar* text, UINT codePage) : CZelStringT() {
         detail::ConvertInto(*this, text, SafeStringLength(text), codePage);
     }
-    /// UTF-16 from byteCount bytes of narrow text in codePage (WCHAR only); a
-    /// converted terminator at the end is not counted in the length.
-    template <typename U = T, typename = detail::EnableFor<U, WCHAR>>
-    CZelStringT(const char* text, int byteCount, UINT codePage) : CZelStringT() {
-        detail::ConvertInto(*this, text, byteCount, codePage);
-    }
-    /// Narrow text in codePage from the NUL-terminated UTF-16 text (char
-    /// only). Conversion failure gives the empty string.
-    template <typename U = T, typename = detail::EnableFor<U, char>>
-    CZelStringT(const WCHAR* text, UINT codePage) : CZelStringT() {
-        detail::ConvertInto(*this, text, SafeStringLength(text), codePage);
-    }
-    /// Narrow text in codePage from unitCount units of UTF-16 (char only).
-    template <typename U = T, typename = detail::EnableFor<U, char>>
-    CZelStringT(const WCHAR* text, int unitCount, UINT codePage) : CZelStringT() {
-        detail::ConvertInto(*this, text, unitCount, codePage);
+    /// count units of text of the other width converted with codePage,
+    /// embedded NULs included; a converted NUL at the very end is not counted
+    /// in the length.
+    template <typename U = T, typename = detail::EnableFor<U, char, WCHAR>>
+    CZelStringT(const OtherChar* text, int count, UINT codePage) : CZelStringT() {
+        detail::ConvertInto(*this, text, count, codePage);
     }
 
     /// Releases this string's reference to its buffer.
