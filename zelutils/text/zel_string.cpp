@@ -84,17 +84,15 @@ auto Is(T wanted) {
     return [wanted](T ch) { return ch == wanted; };
 }
 
-}  // namespace
-
-const char* bad_alloc::what() const noexcept { return "bad alloc"; }
-
-namespace {
 // Every BSTR failure throws a copy of one object made on first use.
 [[noreturn]] void ThrowBadAlloc() {
     static const bad_alloc instance;
     throw instance;
 }
+
 }  // namespace
+
+const char* bad_alloc::what() const noexcept { return "bad alloc"; }
 
 // Buffer management.
 
@@ -609,7 +607,7 @@ void FormatString(CZelStringT<T>& target, const T* format, va_list args) {
     int result = FormatBufferV(local, kLocalSize, format, attempt);
     va_end(attempt);
     if (result >= 0) {
-        // Printed again in place, so the text is copied only once.
+        // It fits: print it again straight into the string, terminator included.
         T* buffer = target.GetBuffer(result + 1);
         va_copy(attempt, args);
         result = FormatBufferV(buffer, static_cast<std::size_t>(result) + 1, format, attempt);
