@@ -145,3 +145,20 @@ TEST(Utf8String, ConvertsFromAndToUtf16WithEmbeddedNuls) {
     EXPECT_EQ(asNarrow.GetString(), assigned.GetString()) << "a narrow string in every other way";
     EXPECT_EQ(W(CZelStringUtf8("\xc3\xa9").ToWide()), ZW("\x00e9"));
 }
+
+TEST(Utf8String, NarrowStringsUseTheAnsiCodePageAndUtf8StringsUtf8) {
+    if (!zel_platform::kEmulated) GTEST_SKIP() << "the system's code pages rule on Windows";
+    const UINT ansi = GetACP();
+    const UINT oem = GetOEMCP();
+    ASSERT_TRUE(zel_platform::SetProcessCodePages(1252, 437));
+    CZelStringA narrow;
+    narrow = ZW("\x00e9");
+    CZelStringUtf8 utf8;
+    utf8 = ZW("\x00e9");
+    BSTR bstr = CZelStringA("\xe9").AllocSysString();
+    zel_platform::SetProcessCodePages(ansi, oem);
+    EXPECT_EQ(A(narrow), "\xe9");
+    EXPECT_EQ(A(utf8), "\xc3\xa9");
+    EXPECT_EQ(WString(bstr, SysStringLen(bstr)), ZW("\x00e9"));
+    SysFreeString(bstr);
+}
