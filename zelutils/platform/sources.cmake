@@ -4,6 +4,7 @@
 if(WIN32)
   set(ZEL_PLATFORM_SOURCES
     platform/win32/debugapi_win32.cpp
+    platform/win32/stringapiset_win32.cpp
     platform/win32/winuser_win32.cpp
   )
 else()
@@ -12,11 +13,14 @@ else()
     platform/posix/errhandlingapi_posix.cpp
     platform/posix/handle_table.cpp
     platform/posix/handleapi_posix.cpp
+    platform/posix/iconv_codec.cpp
     platform/posix/libloaderapi_posix.cpp
     platform/posix/oleauto_posix.cpp
     platform/posix/processthreadsapi_posix.cpp
     platform/posix/stderr_text.cpp
+    platform/posix/stringapiset_posix.cpp
     platform/posix/sysinfoapi_posix.cpp
+    platform/posix/utf8_codec.cpp
     platform/posix/winuser_posix.cpp
   )
 endif()
