@@ -5,11 +5,18 @@
 #pragma once
 
 #include "zelutils/platform/errhandlingapi.h"
+#include "zelutils/platform/fault_injection.h"
+#include "zelutils/platform/fileapi.h"
 #include "zelutils/platform/handleapi.h"
 #include "zelutils/platform/interlockedapi.h"
 #include "zelutils/platform/libloaderapi.h"
+#include "zelutils/platform/native_path.h"
 #include "zelutils/platform/oleauto.h"
+#include "zelutils/platform/processthreadsapi.h"
 #include "zelutils/platform/stringapiset.h"
+#include "zelutils/platform/sysinfoapi.h"
+#include "zelutils/platform/timezoneapi.h"
+#include "zelutils/platform/winbase.h"
 #include "zelutils/platform/wchar.h"
 #include "zelutils/platform/windef.h"
 #include "zelutils/platform/winuser.h"

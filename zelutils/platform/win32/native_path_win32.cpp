@@ -1,0 +1,25 @@
+// Library paths are native wide paths on Windows.
+#include "zelutils/platform/native_path.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <string>
+
+namespace zel_platform {
+
+std::filesystem::path FileSystemPath(const WCHAR* path) {
+    return path == nullptr ? std::filesystem::path() : std::filesystem::path(path);
+}
+
+std::FILE* OpenStdioFile(const WCHAR* path, const char* mode) {
+    if (path == nullptr || mode == nullptr) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    // "N": not inherited by child processes, as on POSIX.
+    std::wstring wideMode(mode, mode + std::char_traits<char>::length(mode));
+    wideMode += L'N';
+    return _wfopen(path, wideMode.c_str());
+}
+
+}  // namespace zel_platform
