@@ -80,6 +80,27 @@ std::shared_ptr<FileObject> FileWithAccess(HANDLE file, DWORD rights) {
     return object;
 }
 
+// The common start of ReadFile and WriteFile: the count done is 0 until
+// known, the handle must allow the transfer, and I/O is synchronous only.
+std::shared_ptr<FileObject> BeginTransfer(HANDLE file, DWORD rights, LPCVOID buffer, DWORD count,
+                                          LPDWORD done, LPOVERLAPPED overlapped) {
+    if (done != nullptr) *done = 0;
+    std::shared_ptr<FileObject> object = FileWithAccess(file, rights);
+    if (object && (overlapped != nullptr || (buffer == nullptr && count != 0))) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    return object;
+}
+
+// Reports the bytes moved, also on failure (errno then tells why).
+BOOL EndTransfer(DWORD total, LPDWORD done, bool succeeded) {
+    if (done != nullptr) *done = total;
+    if (succeeded) return TRUE;
+    SetLastErrorFromErrno(errno);
+    return FALSE;
+}
+
 bool Fail(DWORD error) {
     SetLastError(error);
     return false;
@@ -346,42 +367,31 @@ HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD /*shareMode: not
 }
 
 BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped) {
-    if (read != nullptr) *read = 0;
-    std::shared_ptr<FileObject> object = FileWithAccess(file, kReadAccess);
+    std::shared_ptr<FileObject> object = BeginTransfer(file, kReadAccess, buffer, toRead, read, overlapped);
     if (!object) return FALSE;
-    if (overlapped != nullptr || (buffer == nullptr && toRead != 0)) return Fail(ERROR_INVALID_PARAMETER);
     DWORD total = 0;
     while (total < toRead) {
         ssize_t count = sys::Read(object->Fd(), static_cast<char*>(buffer) + total, toRead - total);
-        if (count < 0) {
-            if (read != nullptr) *read = total;
-            return FailFromErrno();
-        }
+        if (count < 0) return EndTransfer(total, read, false);
         total += static_cast<DWORD>(count);
         if (count == 0 || !object->Regular()) break;
     }
-    if (read != nullptr) *read = total;
-    return TRUE;
+    return EndTransfer(total, read, true);
 }
 
 BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written, LPOVERLAPPED overlapped) {
-    if (written != nullptr) *written = 0;
-    std::shared_ptr<FileObject> object = FileWithAccess(file, kWriteAccess);
+    std::shared_ptr<FileObject> object = BeginTransfer(file, kWriteAccess, buffer, toWrite, written, overlapped);
     if (!object) return FALSE;
-    if (overlapped != nullptr || (buffer == nullptr && toWrite != 0)) return Fail(ERROR_INVALID_PARAMETER);
     DWORD total = 0;
     while (total < toWrite) {
         ssize_t count = sys::Write(object->Fd(), static_cast<const char*>(buffer) + total, toWrite - total);
-        if (count <= 0) {
-            if (written != nullptr) *written = total;
-            // A write that makes no progress would be retried for ever: the
-            // device is out of room.
-            return count == 0 ? Fail(ERROR_DISK_FULL) : FailFromErrno();
-        }
+        // A write that makes no progress would be retried for ever: the
+        // device is out of room.
+        if (count == 0) errno = ENOSPC;
+        if (count <= 0) return EndTransfer(total, written, false);
         total += static_cast<DWORD>(count);
     }
-    if (written != nullptr) *written = total;
-    return TRUE;
+    return EndTransfer(total, written, true);
 }
 
 DWORD SetFilePointer(HANDLE file, LONG distance, PLONG distanceHigh, DWORD moveMethod) {
