@@ -477,7 +477,7 @@ TEST_F(FileApi, NonAsciiNamesRoundTrip) {
     EXPECT_TRUE(DeleteFileW(path.c_str()));
 }
 
-TEST_F(FileApi, StdioAndFileSystemPathsConvertSeparators) {
+TEST_F(FileApi, StandardLibraryPathsAndErrorsConvert) {
     WString path = Widen(Folder().string()) + ZW("\\s.txt");
     EXPECT_EQ(zel_platform::FileSystemPath(path.c_str()), Folder() / "s.txt");
     std::FILE* stream = zel_platform::OpenStdioFile(path.c_str(), "wb");
@@ -486,6 +486,11 @@ TEST_F(FileApi, StdioAndFileSystemPathsConvertSeparators) {
     std::fclose(stream);
     EXPECT_EQ(Get("s.txt"), "stdio");
     Remove("s.txt");
+
+    std::error_code error;
+    std::filesystem::rename(zel_platform::FileSystemPath(P("missing").c_str()), Folder() / "x", error);
+    EXPECT_EQ(zel_platform::ErrorFromErrorCode(error), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(zel_platform::ErrorFromErrorCode(std::error_code()), 0u);
 }
 
 TEST_F(FileApi, MoveRefusesToReplaceUnlessAsked) {

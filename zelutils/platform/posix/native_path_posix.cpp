@@ -152,4 +152,12 @@ std::FILE* OpenStdioFile(const WCHAR* path, const char* mode) {
     return std::fopen(posix::ToNativePath(path).c_str(), closeOnExec.c_str());
 }
 
+DWORD ErrorFromErrorCode(const std::error_code& code) {
+    if (!code) return ERROR_SUCCESS;
+    if (code.category() == std::generic_category() || code.category() == std::system_category()) {
+        return ErrorFromErrno(code.value());
+    }
+    return ERROR_GEN_FAILURE;
+}
+
 }  // namespace zel_platform

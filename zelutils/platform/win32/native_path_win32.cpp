@@ -22,4 +22,10 @@ std::FILE* OpenStdioFile(const WCHAR* path, const char* mode) {
     return _wfopen(path, wideMode.c_str());
 }
 
+DWORD ErrorFromErrorCode(const std::error_code& code) {
+    if (!code) return ERROR_SUCCESS;
+    // The system category carries Win32 numbers here.
+    return code.category() == std::system_category() ? static_cast<DWORD>(code.value()) : ERROR_GEN_FAILURE;
+}
+
 }  // namespace zel_platform
