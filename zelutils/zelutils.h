@@ -3,4 +3,5 @@
 #pragma once
 
 #include "zelutils/platform/win32.h"
+#include "zelutils/text/zel_encoding.h"
 #include "zelutils/zel_api.h"

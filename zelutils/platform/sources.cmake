@@ -1,11 +1,16 @@
 # The platform layer: the Win32 subset, emulated on POSIX, native on Windows.
+# hooks.cpp holds what both have in common (the replaceable tick source,
+# debug-output sink and message-box handler).
 if(WIN32)
   set(ZEL_PLATFORM_SOURCES
+    platform/win32/debugapi_win32.cpp
     platform/win32/fault_injection_win32.cpp
     platform/win32/native_path_win32.cpp
+    platform/win32/winuser_win32.cpp
   )
 else()
   set(ZEL_PLATFORM_SOURCES
+    platform/posix/debugapi_posix.cpp
     platform/posix/errhandlingapi_posix.cpp
     platform/posix/fault_injection_posix.cpp
     platform/posix/fileapi_posix.cpp
@@ -14,10 +19,12 @@ else()
     platform/posix/libloaderapi_posix.cpp
     platform/posix/native_path_posix.cpp
     platform/posix/oleauto_posix.cpp
+    platform/posix/processthreadsapi_posix.cpp
+    platform/posix/stderr_text.cpp
     platform/posix/sysinfoapi_posix.cpp
     platform/posix/timezoneapi_posix.cpp
     platform/posix/winbase_posix.cpp
     platform/posix/winuser_posix.cpp
   )
 endif()
-list(APPEND ZEL_SOURCES ${ZEL_PLATFORM_SOURCES})
+list(APPEND ZEL_SOURCES platform/hooks.cpp ${ZEL_PLATFORM_SOURCES})

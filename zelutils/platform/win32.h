@@ -4,6 +4,7 @@
 /// on Windows they are the real API, elsewhere the POSIX emulation.
 #pragma once
 
+#include "zelutils/platform/debugapi.h"
 #include "zelutils/platform/errhandlingapi.h"
 #include "zelutils/platform/fault_injection.h"
 #include "zelutils/platform/fileapi.h"

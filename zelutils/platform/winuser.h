@@ -1,18 +1,91 @@
 /// @file
-/// String resources. On Windows LoadStringW reads a module's string table; on
-/// POSIX the host registers string tables per module (RegisterStringTable)
-/// and LoadStringW reads those.
+/// String resources and message boxes. On Windows LoadStringW reads a
+/// module's string table; on POSIX the host registers string tables per
+/// module (RegisterStringTable) and LoadStringW reads those.
+///
+/// Message boxes go through one replaceable process-wide handler, so hosts
+/// without a screen and tests can answer them. The library's own modules
+/// call zel_platform::ShowMessageBox, which reaches the installed handler on
+/// every platform; on POSIX MessageBoxW does the same. Without a handler the
+/// box is the system's (Windows) or, on POSIX, is written to stderr and
+/// answered with its default button unless a terminal can ask the user.
 #pragma once
 
 #include "zelutils/platform/windef.h"
 #include "zelutils/zel_api.h"
 
+#include <functional>
+
 #ifndef _WIN32
+// Buttons (the type word's low four bits).
+#define MB_OK 0x00000000L
+#define MB_OKCANCEL 0x00000001L
+#define MB_ABORTRETRYIGNORE 0x00000002L
+#define MB_YESNOCANCEL 0x00000003L
+#define MB_YESNO 0x00000004L
+#define MB_RETRYCANCEL 0x00000005L
+#define MB_CANCELTRYCONTINUE 0x00000006L
+// Icons.
+#define MB_ICONHAND 0x00000010L
+#define MB_ICONQUESTION 0x00000020L
+#define MB_ICONEXCLAMATION 0x00000030L
+#define MB_ICONASTERISK 0x00000040L
+#define MB_USERICON 0x00000080L
+#define MB_ICONWARNING MB_ICONEXCLAMATION
+#define MB_ICONERROR MB_ICONHAND
+#define MB_ICONINFORMATION MB_ICONASTERISK
+#define MB_ICONSTOP MB_ICONHAND
+// Default button.
+#define MB_DEFBUTTON1 0x00000000L
+#define MB_DEFBUTTON2 0x00000100L
+#define MB_DEFBUTTON3 0x00000200L
+#define MB_DEFBUTTON4 0x00000300L
+// Modality and placement.
+#define MB_APPLMODAL 0x00000000L
+#define MB_SYSTEMMODAL 0x00001000L
+#define MB_TASKMODAL 0x00002000L
+#define MB_HELP 0x00004000L
+#define MB_NOFOCUS 0x00008000L
+#define MB_SETFOREGROUND 0x00010000L
+#define MB_DEFAULT_DESKTOP_ONLY 0x00020000L
+#define MB_TOPMOST 0x00040000L
+#define MB_RIGHT 0x00080000L
+#define MB_RTLREADING 0x00100000L
+#define MB_SERVICE_NOTIFICATION 0x00200000L
+#define MB_TYPEMASK 0x0000000FL
+#define MB_ICONMASK 0x000000F0L
+#define MB_DEFMASK 0x00000F00L
+#define MB_MODEMASK 0x00003000L
+#define MB_MISCMASK 0x0000C000L
+
+// The button a message box returns.
+#define IDOK 1
+#define IDCANCEL 2
+#define IDABORT 3
+#define IDRETRY 4
+#define IDIGNORE 5
+#define IDYES 6
+#define IDNO 7
+#define IDCLOSE 8
+#define IDHELP 9
+#define IDTRYAGAIN 10
+#define IDCONTINUE 11
+
+/// MessageBoxW's error for a type word whose buttons do not exist.
+#define ERROR_INVALID_MSGBOX_STYLE 1158L
+
 /// Copies string resource id of module into buffer (at most bufferMax - 1
 /// units, always terminated) and returns the units copied; 0 when the string
 /// does not exist. With bufferMax 0, stores a read-only pointer to the
 /// resource text in *(LPCWSTR*)buffer and returns its length.
 ZEL_API int LoadStringW(HINSTANCE module, UINT id, LPWSTR buffer, int bufferMax);
+
+/// Shows a message box through zel_platform::ShowMessageBox and returns the
+/// button chosen (IDOK, IDCANCEL, ...); 0 with ERROR_INVALID_MSGBOX_STYLE for
+/// a type word without buttons. A null caption reads "Error".
+ZEL_API int MessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type);
+/// The window with the keyboard focus; null on POSIX, which has no windows.
+ZEL_API HWND GetActiveWindow();
 #endif
 
 namespace zel_platform {
@@ -27,4 +100,38 @@ struct StringResource {
 ZEL_API bool RegisterStringTable(HMODULE module, const StringResource* entries, size_t count);
 /// Removes the string table of module, if any.
 ZEL_API void UnregisterStringTable(HMODULE module);
+
+/// The buttons of a message box, in the order they are shown; count is 0
+/// for a type word whose low four bits name no set of buttons.
+struct MessageBoxButtonSet {
+    int ids[3];
+    int count;
+};
+
+/// The buttons that the type word's MB_OK..MB_CANCELTRYCONTINUE bits ask for.
+ZEL_API MessageBoxButtonSet MessageBoxButtons(UINT type);
+
+/// Answers a message box: takes MessageBoxW's arguments (text and caption
+/// possibly null) and returns the button chosen. A handler that wants the
+/// platform's own box calls DefaultMessageBox (MessageBoxW would come back
+/// to the handler on POSIX).
+using MessageBoxHandler = std::function<int(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type)>;
+
+/// Installs handler for the whole process; an empty handler restores the
+/// default. Returns the handler that was installed (empty for the default).
+/// A box in progress on another thread may still finish with the old one.
+ZEL_API MessageBoxHandler SetMessageBoxHandler(MessageBoxHandler handler);
+/// Shows a message box through the installed handler, or DefaultMessageBox
+/// when there is none, and returns its answer. Safe to call from any thread.
+ZEL_API int ShowMessageBox(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type);
+/// The platform's own message box: the system's on Windows. On POSIX the
+/// caption and text go to stderr; with both stdin and stderr on a terminal
+/// and more than one button, the user is asked for one, otherwise the
+/// default button answers. 0 with ERROR_INVALID_MSGBOX_STYLE for a type word
+/// without buttons.
+ZEL_API int DefaultMessageBox(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type);
+/// The button a box of this type word answers with when nobody chooses: the
+/// one MB_DEFBUTTON1..4 names among the box's buttons, the first when there
+/// are fewer buttons; 0 for a type word without buttons.
+ZEL_API int DefaultMessageBoxButton(UINT type);
 }  // namespace zel_platform
