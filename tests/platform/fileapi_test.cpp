@@ -66,7 +66,8 @@ protected:
     bool PermissionsAreEnforced() const {
         std::filesystem::path probe = Folder() / "probe";
         std::filesystem::create_directory(probe);
-        std::filesystem::permissions(probe, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+        std::filesystem::permissions(
+            probe, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
         bool enforced = !std::ofstream(probe / "x").is_open();
         std::filesystem::remove(probe / "x");
         std::filesystem::permissions(probe, std::filesystem::perms::owner_all);
@@ -96,7 +97,8 @@ TEST_F(FileApi, EachDispositionOnExistingAndMissingFiles) {
         {TRUNCATE_EXISTING, true, true, 0, ""},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << "disposition " << c.disposition << (c.existing ? " existing" : " missing"));
+        SCOPED_TRACE(testing::Message()
+                     << "disposition " << c.disposition << (c.existing ? " existing" : " missing"));
         if (c.existing) Put("f", "old");
         SetLastError(1234);
         HANDLE file = Open("f", GENERIC_READ | GENERIC_WRITE, c.disposition);
@@ -115,11 +117,13 @@ TEST_F(FileApi, EachDispositionOnExistingAndMissingFiles) {
 
 TEST_F(FileApi, RefusesBadArguments) {
     Put("f", "x");
-    EXPECT_EQ(Open("f", GENERIC_READ, TRUNCATE_EXISTING), INVALID_HANDLE_VALUE) << "truncation needs write access";
+    EXPECT_EQ(Open("f", GENERIC_READ, TRUNCATE_EXISTING), INVALID_HANDLE_VALUE)
+        << "truncation needs write access";
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
     EXPECT_EQ(Open("f", GENERIC_READ, 6), INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-    EXPECT_EQ(CreateFileW(ZW(""), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(CreateFileW(ZW(""), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr),
+              INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
     EXPECT_EQ(Get("f"), "x");
     Remove("f");
@@ -168,14 +172,16 @@ TEST_F(FileApi, WriteAttributesAccessSetsTimesOnly) {
     ASSERT_TRUE(GetFileInformationByHandle(file, &after));
     EXPECT_EQ(after.ftLastWriteTime.dwLowDateTime, writeTime.dwLowDateTime);
     EXPECT_EQ(after.ftLastWriteTime.dwHighDateTime, writeTime.dwHighDateTime);
-    EXPECT_EQ(after.ftLastAccessTime.dwLowDateTime, before.ftLastAccessTime.dwLowDateTime) << "null leaves it";
+    EXPECT_EQ(after.ftLastAccessTime.dwLowDateTime, before.ftLastAccessTime.dwLowDateTime)
+        << "null leaves it";
     EXPECT_FALSE(WriteFile(file, "x", 1, nullptr, nullptr));
     CloseHandle(file);
     Remove("f");
 }
 
 TEST_F(FileApi, DeleteOnCloseWaitsForTheLastHandle) {
-    HANDLE file = Open("f", GENERIC_WRITE, CREATE_NEW, FILE_FLAG_DELETE_ON_CLOSE | FILE_ATTRIBUTE_TEMPORARY);
+    HANDLE file =
+        Open("f", GENERIC_WRITE, CREATE_NEW, FILE_FLAG_DELETE_ON_CLOSE | FILE_ATTRIBUTE_TEMPORARY);
     ASSERT_NE(file, INVALID_HANDLE_VALUE);
     HANDLE second = nullptr;
     ASSERT_TRUE(DuplicateHandle(GetCurrentProcess(), file, GetCurrentProcess(), &second, 0, FALSE,
@@ -304,9 +310,11 @@ TEST_F(FileApi, MissingFileAndMissingFolderAreToldApart) {
 }
 
 TEST_F(FileApi, ReadOnlyFolderDeniesCreation) {
-    if (!PermissionsAreEnforced()) GTEST_SKIP() << "running with privileges that ignore permission bits";
+    if (!PermissionsAreEnforced())
+        GTEST_SKIP() << "running with privileges that ignore permission bits";
     std::filesystem::create_directory(Folder() / "ro");
-    std::filesystem::permissions(Folder() / "ro", std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+    std::filesystem::permissions(
+        Folder() / "ro", std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
     EXPECT_EQ(Open("ro/f", GENERIC_WRITE, CREATE_ALWAYS), INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
     std::filesystem::permissions(Folder() / "ro", std::filesystem::perms::owner_all);
@@ -378,7 +386,8 @@ TEST_F(FileApi, DuplicateSharesTheFilePointer) {
     HANDLE file = Open("f", GENERIC_READ | GENERIC_WRITE, CREATE_NEW);
     ASSERT_NE(file, INVALID_HANDLE_VALUE);
     HANDLE copy = nullptr;
-    EXPECT_FALSE(DuplicateHandle(nullptr, file, GetCurrentProcess(), &copy, 0, FALSE, DUPLICATE_SAME_ACCESS));
+    EXPECT_FALSE(DuplicateHandle(nullptr, file, GetCurrentProcess(), &copy, 0, FALSE,
+                                 DUPLICATE_SAME_ACCESS));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
     ASSERT_TRUE(DuplicateHandle(GetCurrentProcess(), file, GetCurrentProcess(), &copy, 0, FALSE,
                                 DUPLICATE_SAME_ACCESS));
@@ -401,12 +410,14 @@ class FileSearch : public FileApi {
 protected:
     void SetUp() override {
         FileApi::SetUp();
-        for (const char* name : {"a.txt", "B.TXT", "c.log", "noext", "ab.txt.bak"}) Put(name, "12345");
+        for (const char* name : {"a.txt", "B.TXT", "c.log", "noext", "ab.txt.bak"})
+            Put(name, "12345");
         std::filesystem::create_directory(Folder() / "sub");
     }
 
     void TearDown() override {
-        for (const char* name : {"a.txt", "B.TXT", "c.log", "noext", "ab.txt.bak"}) std::filesystem::remove(Folder() / name);
+        for (const char* name : {"a.txt", "B.TXT", "c.log", "noext", "ab.txt.bak"})
+            std::filesystem::remove(Folder() / name);
         Remove("sub");
         FileApi::TearDown();
     }
@@ -431,7 +442,8 @@ TEST_F(FileSearch, WildcardsMatchTheLastComponent) {
     EXPECT_EQ(Search(P("*.txt")), (Names{"a.txt", "B.TXT"})) << "letters match without case";
     EXPECT_EQ(Search(P("?.log")), (Names{"c.log"}));
     EXPECT_EQ(Search(P("a*")), (Names{"a.txt", "ab.txt.bak"}));
-    EXPECT_EQ(Search(P("*.*")), (Names{".", "..", "a.txt", "B.TXT", "c.log", "noext", "ab.txt.bak", "sub"}))
+    EXPECT_EQ(Search(P("*.*")),
+              (Names{".", "..", "a.txt", "B.TXT", "c.log", "noext", "ab.txt.bak", "sub"}))
         << "*.* takes names without a dot too";
     EXPECT_EQ(Search(P("noext.*")), (Names{"noext"}));
     EXPECT_EQ(Search(P("*")), Search(P("*.*")));
@@ -456,7 +468,8 @@ TEST_F(FileSearch, PlainNameFindsThatEntry) {
     EXPECT_EQ(data.dwFileAttributes, FILE_ATTRIBUTE_NORMAL);
     FindClose(search);
 
-    EXPECT_EQ(Search(P("C.LOG")), (std::set<std::string>{"error 2"})) << "exact names keep the file system's case rule";
+    EXPECT_EQ(Search(P("C.LOG")), (std::set<std::string>{"error 2"}))
+        << "exact names keep the file system's case rule";
     EXPECT_EQ(Search(P("missing/c.log")), (std::set<std::string>{"error 3"}));
     EXPECT_EQ(Search(P("sub/")), (std::set<std::string>{"error 2"}));
 }
@@ -467,7 +480,8 @@ TEST_F(FileApi, NonAsciiNamesRoundTrip) {
     HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
     ASSERT_NE(file, INVALID_HANDLE_VALUE);
     CloseHandle(file);
-    EXPECT_TRUE(std::filesystem::exists(Folder() / u8"\u00e9t\u00e9 \u20ac \U0001F600.txt")) << "UTF-8 on disk";
+    EXPECT_TRUE(std::filesystem::exists(Folder() / u8"\u00e9t\u00e9 \u20ac \U0001F600.txt"))
+        << "UTF-8 on disk";
     EXPECT_TRUE(std::filesystem::exists(zel_platform::FileSystemPath(path.c_str())));
     WIN32_FIND_DATAW data{};
     HANDLE search = FindFirstFileW((Widen(Folder().string()) + ZW("\\*.txt")).c_str(), &data);
@@ -488,7 +502,8 @@ TEST_F(FileApi, StandardLibraryPathsAndErrorsConvert) {
     Remove("s.txt");
 
     std::error_code error;
-    std::filesystem::rename(zel_platform::FileSystemPath(P("missing").c_str()), Folder() / "x", error);
+    std::filesystem::rename(zel_platform::FileSystemPath(P("missing").c_str()), Folder() / "x",
+                            error);
     EXPECT_EQ(zel_platform::ErrorFromErrorCode(error), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
     EXPECT_EQ(zel_platform::ErrorFromErrorCode(std::error_code()), 0u);
 }
@@ -498,7 +513,8 @@ TEST_F(FileApi, MoveRefusesToReplaceUnlessAsked) {
     Put("b", "B");
     EXPECT_FALSE(MoveFileW(P("a").c_str(), P("b").c_str()));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
-    EXPECT_TRUE(MoveFileExW(P("a").c_str(), P("b").c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH));
+    EXPECT_TRUE(MoveFileExW(P("a").c_str(), P("b").c_str(),
+                            MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH));
     EXPECT_EQ(Get("b"), "A");
     EXPECT_FALSE(Exists("a"));
     EXPECT_FALSE(MoveFileW(P("a").c_str(), P("c").c_str()));
@@ -548,7 +564,8 @@ TEST_F(FileApi, TempFileNamesAreClaimedExclusively) {
     std::filesystem::remove(created);
     std::filesystem::remove(Narrow(name));
 
-    EXPECT_EQ(GetTempFileNameW(Widen(Folder().string()).c_str(), ZW("ab"), 0x1234abcd, name), 0xabcdu);
+    EXPECT_EQ(GetTempFileNameW(Widen(Folder().string()).c_str(), ZW("ab"), 0x1234abcd, name),
+              0xabcdu);
     EXPECT_EQ(Narrow(name), PathOf("abABCD.TMP"));
     EXPECT_FALSE(Exists("abABCD.TMP")) << "a given number only forms the name";
 
@@ -613,11 +630,13 @@ TEST(TimeConversion, FileTimeAndCalendarRoundTrip) {
     SYSTEMTIME fields{};
     EXPECT_FALSE(FileTimeToSystemTime(&tooLate, &fields));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-    for (SYSTEMTIME bad : {SYSTEMTIME{1900, 2, 0, 29, 0, 0, 0, 0}, SYSTEMTIME{1600, 12, 0, 31, 0, 0, 0, 0},
-                           SYSTEMTIME{2001, 13, 0, 1, 0, 0, 0, 0}, SYSTEMTIME{2001, 4, 0, 31, 0, 0, 0, 0},
-                           SYSTEMTIME{2001, 1, 0, 1, 24, 0, 0, 0}, SYSTEMTIME{2001, 1, 0, 1, 0, 0, 0, 1000}}) {
+    for (SYSTEMTIME bad :
+         {SYSTEMTIME{1900, 2, 0, 29, 0, 0, 0, 0}, SYSTEMTIME{1600, 12, 0, 31, 0, 0, 0, 0},
+          SYSTEMTIME{2001, 13, 0, 1, 0, 0, 0, 0}, SYSTEMTIME{2001, 4, 0, 31, 0, 0, 0, 0},
+          SYSTEMTIME{2001, 1, 0, 1, 24, 0, 0, 0}, SYSTEMTIME{2001, 1, 0, 1, 0, 0, 0, 1000}}) {
         FILETIME time{};
-        EXPECT_FALSE(SystemTimeToFileTime(&bad, &time)) << bad.wYear << "-" << bad.wMonth << "-" << bad.wDay;
+        EXPECT_FALSE(SystemTimeToFileTime(&bad, &time))
+            << bad.wYear << "-" << bad.wMonth << "-" << bad.wDay;
     }
     FILETIME now{};
     GetSystemTimeAsFileTime(&now);
@@ -656,7 +675,8 @@ TEST(TimeConversion, LocalTimeFollowsTheTimeZoneInForce) {
 }
 
 TEST_F(FileApi, InjectedFaultsReachTheCaller) {
-    if (!zel_platform::kEmulated) GTEST_SKIP() << "system calls can be intercepted only in the emulation";
+    if (!zel_platform::kEmulated)
+        GTEST_SKIP() << "system calls can be intercepted only in the emulation";
     using zel_platform::SystemCall;
     HANDLE file = Open("f", GENERIC_READ | GENERIC_WRITE, CREATE_NEW);
     ASSERT_NE(file, INVALID_HANDLE_VALUE);
@@ -701,7 +721,8 @@ TEST_F(FileApi, InjectedFaultsReachTheCaller) {
 
     zel_platform::ResetSystemCalls();
     EXPECT_TRUE(CloseHandle(file));
-    EXPECT_EQ(zel_platform::SystemCallCount(SystemCall::Close), 1u) << "the descriptor goes with the handle";
+    EXPECT_EQ(zel_platform::SystemCallCount(SystemCall::Close), 1u)
+        << "the descriptor goes with the handle";
     ASSERT_TRUE(zel_platform::FailSystemCall(SystemCall::Unlink, 1, EBUSY));
     EXPECT_FALSE(DeleteFileW(P("f").c_str()));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_BUSY));

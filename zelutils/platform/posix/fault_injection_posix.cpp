@@ -38,10 +38,9 @@ struct SystemCallTable {
     int (*closedir)(DIR*);
 };
 
-const SystemCallTable kSystem = {::open,  ::close,     ::read,   ::write, ::lseek,
-                                 ::ftruncate, ::fsync, ::statx,  ::futimens,
-                                 ::renameat2, ::unlink, ::mkdir, ::rmdir, ::opendir,
-                                 ::readdir,   ::closedir};
+const SystemCallTable kSystem = {::open,  ::close,   ::read,     ::write,     ::lseek,  ::ftruncate,
+                                 ::fsync, ::statx,   ::futimens, ::renameat2, ::unlink, ::mkdir,
+                                 ::rmdir, ::opendir, ::readdir,  ::closedir};
 
 struct Fault {
     unsigned long at = 0;  // the count at which the call fails; 0: none
@@ -134,9 +133,8 @@ int ReleaseReportingFault(SystemCall kind, Release release) {
 namespace sys {
 
 int Open(const char* path, int flags, mode_t mode) {
-    return RetryInterrupted([&] {
-        return Intercept(SystemCall::Open) ? -1 : kSystem.open(path, flags, mode);
-    });
+    return RetryInterrupted(
+        [&] { return Intercept(SystemCall::Open) ? -1 : kSystem.open(path, flags, mode); });
 }
 
 int Close(int fd) {

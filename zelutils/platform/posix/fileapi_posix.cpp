@@ -210,7 +210,8 @@ bool MatchesPattern(const WideString& pattern, std::size_t patternEnd, const Wid
         if (p < patternEnd && pattern[p] == u'*') {
             starP = p++;
             starN = n;
-        } else if (p < patternEnd && (pattern[p] == u'?' || FoldAscii(pattern[p]) == FoldAscii(name[n]))) {
+        } else if (p < patternEnd &&
+                   (pattern[p] == u'?' || FoldAscii(pattern[p]) == FoldAscii(name[n]))) {
             ++p;
             ++n;
         } else if (starP != WideString::npos) {
@@ -261,7 +262,8 @@ public:
         for (;;) {
             dirent* entry = sys::ReadDirectory(folder_);
             if (entry == nullptr) return errno == 0 ? Fail(ERROR_NO_MORE_FILES) : FailFromErrno();
-            WideString name = FromNativeText(entry->d_name, std::char_traits<char>::length(entry->d_name));
+            WideString name =
+                FromNativeText(entry->d_name, std::char_traits<char>::length(entry->d_name));
             if (!Matches(pattern_, name)) continue;
             struct statx status {};
             // A dangling link is still listed, as the link itself.
@@ -321,7 +323,8 @@ HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD /*shareMode: not
     bool read = (desiredAccess & kReadAccess) != 0;
     bool write = (desiredAccess & kWriteAccess) != 0;
     if (fileName == nullptr || creationDisposition < CREATE_NEW ||
-        creationDisposition > TRUNCATE_EXISTING || (creationDisposition == TRUNCATE_EXISTING && !write)) {
+        creationDisposition > TRUNCATE_EXISTING ||
+        (creationDisposition == TRUNCATE_EXISTING && !write)) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return INVALID_HANDLE_VALUE;
     }
@@ -358,16 +361,18 @@ HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD /*shareMode: not
     }
     std::string deletePath;
     if ((flagsAndAttributes & FILE_FLAG_DELETE_ON_CLOSE) != 0) deletePath = AbsolutePath(path);
-    HANDLE handle = InsertObject(std::make_shared<FileObject>(fd, desiredAccess, S_ISREG(status.stx_mode),
-                                                              std::move(deletePath)));
+    HANDLE handle = InsertObject(std::make_shared<FileObject>(
+        fd, desiredAccess, S_ISREG(status.stx_mode), std::move(deletePath)));
     if (handle == nullptr) return INVALID_HANDLE_VALUE;  // the object closed the descriptor
-    bool reportExisting = existed && (creationDisposition == OPEN_ALWAYS || creationDisposition == CREATE_ALWAYS);
+    bool reportExisting =
+        existed && (creationDisposition == OPEN_ALWAYS || creationDisposition == CREATE_ALWAYS);
     SetLastError(reportExisting ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
     return handle;
 }
 
 BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped) {
-    std::shared_ptr<FileObject> object = BeginTransfer(file, kReadAccess, buffer, toRead, read, overlapped);
+    std::shared_ptr<FileObject> object =
+        BeginTransfer(file, kReadAccess, buffer, toRead, read, overlapped);
     if (!object) return FALSE;
     DWORD total = 0;
     while (total < toRead) {
@@ -379,12 +384,15 @@ BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPP
     return EndTransfer(total, read, true);
 }
 
-BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written, LPOVERLAPPED overlapped) {
-    std::shared_ptr<FileObject> object = BeginTransfer(file, kWriteAccess, buffer, toWrite, written, overlapped);
+BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written,
+               LPOVERLAPPED overlapped) {
+    std::shared_ptr<FileObject> object =
+        BeginTransfer(file, kWriteAccess, buffer, toWrite, written, overlapped);
     if (!object) return FALSE;
     DWORD total = 0;
     while (total < toWrite) {
-        ssize_t count = sys::Write(object->Fd(), static_cast<const char*>(buffer) + total, toWrite - total);
+        ssize_t count =
+            sys::Write(object->Fd(), static_cast<const char*>(buffer) + total, toWrite - total);
         // A write that makes no progress would be retried for ever: the
         // device is out of room.
         if (count == 0) errno = ENOSPC;
@@ -397,8 +405,9 @@ BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written, LPOV
 DWORD SetFilePointer(HANDLE file, LONG distance, PLONG distanceHigh, DWORD moveMethod) {
     LONGLONG move = distance;
     if (distanceHigh != nullptr) {
-        move = static_cast<LONGLONG>((static_cast<ULONGLONG>(static_cast<DWORD>(*distanceHigh)) << 32) |
-                                     static_cast<DWORD>(distance));
+        move = static_cast<LONGLONG>(
+            (static_cast<ULONGLONG>(static_cast<DWORD>(*distanceHigh)) << 32) |
+            static_cast<DWORD>(distance));
     }
     LONGLONG position = 0;
     if (!MovePointer(file, move, moveMethod, distanceHigh == nullptr, &position)) {
@@ -410,7 +419,8 @@ DWORD SetFilePointer(HANDLE file, LONG distance, PLONG distanceHigh, DWORD moveM
     return static_cast<DWORD>(position);
 }
 
-BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition, DWORD moveMethod) {
+BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition,
+                      DWORD moveMethod) {
     LONGLONG position = 0;
     if (!MovePointer(file, distance.QuadPart, moveMethod, false, &position)) return FALSE;
     if (newPosition != nullptr) newPosition->QuadPart = position;
@@ -499,7 +509,8 @@ HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData) {
         FillFindData(pattern, status, findData);
         search = std::make_shared<SearchObject>(nullptr, std::move(pattern));
     } else {
-        std::string folder = start == 0 ? std::string(".") : ToNativePath(WideString(fileName, start).c_str());
+        std::string folder =
+            start == 0 ? std::string(".") : ToNativePath(WideString(fileName, start).c_str());
         DIR* directory = sys::OpenDirectory(folder.c_str());
         if (directory == nullptr) {
             // A folder that cannot be listed for want of existence is a bad path.
@@ -579,7 +590,8 @@ UINT GetTempFileNameW(LPCWSTR pathName, LPCWSTR prefixString, UINT unique, LPWST
     if (pathName == nullptr || tempFileName == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     WideString stem(pathName);
     if (!stem.empty() && stem.back() != u'\\' && stem.back() != u'/') stem += u'/';
-    for (int i = 0; prefixString != nullptr && i < 3 && prefixString[i] != 0; ++i) stem += prefixString[i];
+    for (int i = 0; prefixString != nullptr && i < 3 && prefixString[i] != 0; ++i)
+        stem += prefixString[i];
     // Room for four hex digits, ".TMP" and the terminator, as Windows demands.
     if (stem.size() + 9 > MAX_PATH) return Fail(ERROR_FILENAME_EXCED_RANGE);
 
@@ -618,7 +630,8 @@ BOOL FileTimeToLocalFileTime(const FILETIME* fileTime, LPFILETIME localFileTime)
     struct tm local {};
     tzset();  // a TZ changed since the last conversion counts, as it does for mktime
     if (localtime_r(&seconds, &local) == nullptr) return Fail(ERROR_INVALID_PARAMETER);
-    LONGLONG shifted = static_cast<LONGLONG>(ticks) + local.tm_gmtoff * static_cast<LONGLONG>(kTicksPerSecond);
+    LONGLONG shifted =
+        static_cast<LONGLONG>(ticks) + local.tm_gmtoff * static_cast<LONGLONG>(kTicksPerSecond);
     if (shifted < 0) return Fail(ERROR_INVALID_PARAMETER);
     *localFileTime = zel_platform::posix::FileTimeOf(static_cast<ULONGLONG>(shifted));
     return TRUE;
@@ -635,9 +648,11 @@ BOOL LocalFileTimeToFileTime(const FILETIME* localFileTime, LPFILETIME fileTime)
     if (gmtime_r(&localSeconds, &fields) == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     fields.tm_isdst = -1;
     time_t utcSeconds = mktime(&fields);
-    LONGLONG shifted = static_cast<LONGLONG>(ticks) -
-                       static_cast<LONGLONG>(localSeconds - utcSeconds) * static_cast<LONGLONG>(kTicksPerSecond);
-    if (shifted < 0 || static_cast<ULONGLONG>(shifted) >= kMaxFileTime) return Fail(ERROR_INVALID_PARAMETER);
+    LONGLONG shifted =
+        static_cast<LONGLONG>(ticks) -
+        static_cast<LONGLONG>(localSeconds - utcSeconds) * static_cast<LONGLONG>(kTicksPerSecond);
+    if (shifted < 0 || static_cast<ULONGLONG>(shifted) >= kMaxFileTime)
+        return Fail(ERROR_INVALID_PARAMETER);
     *fileTime = zel_platform::posix::FileTimeOf(static_cast<ULONGLONG>(shifted));
     return TRUE;
 }

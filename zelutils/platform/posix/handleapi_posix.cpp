@@ -5,9 +5,7 @@
 
 #include "zelutils/platform/posix/handle_table.h"
 
-BOOL CloseHandle(HANDLE object) {
-    return zel_platform::posix::RemoveObject(object) ? TRUE : FALSE;
-}
+BOOL CloseHandle(HANDLE object) { return zel_platform::posix::RemoveObject(object) ? TRUE : FALSE; }
 
 BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE sourceHandle, HANDLE targetProcess,
                      LPHANDLE targetHandle, DWORD /*desiredAccess*/, BOOL /*inheritHandle*/,

@@ -74,7 +74,8 @@ DWORD GetModuleFileNameW(HMODULE module, LPWSTR filename, DWORD size) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return 0;
     }
-    zel_platform::posix::WideString wide = zel_platform::posix::FromNativeText(path.data(), path.size());
+    zel_platform::posix::WideString wide =
+        zel_platform::posix::FromNativeText(path.data(), path.size());
     if (wide.size() < size) {
         wide.copy(filename, wide.size());
         filename[wide.size()] = 0;

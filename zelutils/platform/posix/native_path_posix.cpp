@@ -128,7 +128,8 @@ DWORD PathError(int errnoValue, const std::string& nativePath) {
 }
 
 DWORD CopyOrMeasure(const WideString& text, LPWSTR buffer, DWORD bufferLength) {
-    if (buffer == nullptr || text.size() >= bufferLength) return static_cast<DWORD>(text.size() + 1);
+    if (buffer == nullptr || text.size() >= bufferLength)
+        return static_cast<DWORD>(text.size() + 1);
     text.copy(buffer, text.size());
     buffer[text.size()] = 0;
     return static_cast<DWORD>(text.size());

@@ -74,13 +74,15 @@ BOOL SystemTimeToFileTime(const SYSTEMTIME* systemTime, LPFILETIME fileTime) {
     }
     const SYSTEMTIME& t = *systemTime;
     if (t.wYear < 1601 || t.wYear > 30827 || t.wMonth < 1 || t.wMonth > 12 || t.wDay < 1 ||
-        t.wDay > DaysInMonth(t.wYear, t.wMonth) || t.wHour > 23 || t.wMinute > 59 || t.wSecond > 59 ||
-        t.wMilliseconds > 999) {
+        t.wDay > DaysInMonth(t.wYear, t.wMonth) || t.wHour > 23 || t.wMinute > 59 ||
+        t.wSecond > 59 || t.wMilliseconds > 999) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
     LONGLONG days = DaysFromCivil(t.wYear, t.wMonth, t.wDay) - kDaysTo1601;
-    ULONGLONG seconds = static_cast<ULONGLONG>(days) * 86400 + t.wHour * 3600ULL + t.wMinute * 60ULL + t.wSecond;
-    *fileTime = zel_platform::posix::FileTimeOf(seconds * kTicksPerSecond + t.wMilliseconds * 10000ULL);
+    ULONGLONG seconds =
+        static_cast<ULONGLONG>(days) * 86400 + t.wHour * 3600ULL + t.wMinute * 60ULL + t.wSecond;
+    *fileTime =
+        zel_platform::posix::FileTimeOf(seconds * kTicksPerSecond + t.wMilliseconds * 10000ULL);
     return TRUE;
 }

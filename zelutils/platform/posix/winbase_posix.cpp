@@ -26,7 +26,9 @@ BOOL Fail(DWORD error) {
 // Makes a finished rename durable: the folder holding the new name is synced.
 bool SyncFolderOf(const std::string& path) {
     std::string::size_type slash = path.find_last_of('/');
-    std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+    std::string folder = slash == std::string::npos ? "."
+                         : slash == 0               ? "/"
+                                                    : path.substr(0, slash);
     int fd = sys::Open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
     if (fd < 0) return false;
     bool synced = sys::Sync(fd) == 0;

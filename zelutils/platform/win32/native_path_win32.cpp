@@ -25,7 +25,8 @@ std::FILE* OpenStdioFile(const WCHAR* path, const char* mode) {
 DWORD ErrorFromErrorCode(const std::error_code& code) {
     if (!code) return ERROR_SUCCESS;
     // The system category carries Win32 numbers here.
-    return code.category() == std::system_category() ? static_cast<DWORD>(code.value()) : ERROR_GEN_FAILURE;
+    return code.category() == std::system_category() ? static_cast<DWORD>(code.value())
+                                                     : ERROR_GEN_FAILURE;
 }
 
 }  // namespace zel_platform
