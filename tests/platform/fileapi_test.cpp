@@ -193,6 +193,8 @@ TEST_F(FileApi, DeleteOnCloseWaitsForTheLastHandle) {
 }
 
 TEST_F(FileApi, DeleteOnCloseSparesAFileThatTookOverTheName) {
+    if (!zel_platform::kEmulated)
+        GTEST_SKIP() << "Windows refuses to rename a file open without delete sharing";
     HANDLE file = Open("f", GENERIC_WRITE, CREATE_NEW, FILE_FLAG_DELETE_ON_CLOSE);
     ASSERT_NE(file, INVALID_HANDLE_VALUE);
     ASSERT_TRUE(MoveFileW(P("f").c_str(), P("moved").c_str()));
@@ -235,7 +237,9 @@ TEST_F(FileApi, FilePointerPastFourGigabytes) {
     EXPECT_EQ(high, 2);
     EXPECT_EQ(SetFilePointer(file, 0, nullptr, FILE_CURRENT), INVALID_SET_FILE_POINTER)
         << "past 4 GB needs the high word";
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    if (zel_platform::kEmulated) {
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    }
     high = -1;
     EXPECT_EQ(SetFilePointer(file, -1, &high, FILE_END), 0xFFFFFFFFu);
     EXPECT_EQ(high, 1);
@@ -286,7 +290,7 @@ TEST_F(FileApi, FoldersAreNotFiles) {
     EXPECT_TRUE(DeleteFileW(P("sub\\x").c_str())) << "backslashes are separators";
     EXPECT_TRUE(RemoveDirectoryW(P("sub").c_str()));
     EXPECT_TRUE(CreateDirectoryW(P("made").c_str(), nullptr));
-    EXPECT_EQ(GetFileAttributesW(P("made").c_str()), FILE_ATTRIBUTE_DIRECTORY);
+    EXPECT_TRUE(GetFileAttributesW(P("made").c_str()) & FILE_ATTRIBUTE_DIRECTORY);
     EXPECT_TRUE(RemoveDirectoryW(P("made").c_str()));
 }
 
@@ -331,7 +335,7 @@ TEST_F(FileApi, ReadOnlyAttributeMakesAReadOnlyFile) {
     ASSERT_NE(file, INVALID_HANDLE_VALUE);
     EXPECT_TRUE(Write(file, "still writable through this handle"));
     CloseHandle(file);
-    EXPECT_EQ(GetFileAttributesW(P("f").c_str()), FILE_ATTRIBUTE_READONLY);
+    EXPECT_TRUE(GetFileAttributesW(P("f").c_str()) & FILE_ATTRIBUTE_READONLY);
     Remove("f");
 }
 
@@ -465,11 +469,13 @@ TEST_F(FileSearch, PlainNameFindsThatEntry) {
     search = FindFirstFileW(P("c.log").c_str(), &data);
     ASSERT_NE(search, INVALID_HANDLE_VALUE);
     EXPECT_EQ(data.nFileSizeLow, 5u);
-    EXPECT_EQ(data.dwFileAttributes, FILE_ATTRIBUTE_NORMAL);
+    EXPECT_FALSE(data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY);
     FindClose(search);
 
-    EXPECT_EQ(Search(P("C.LOG")), (std::set<std::string>{"error 2"}))
-        << "exact names keep the file system's case rule";
+    if (zel_platform::kEmulated) {
+        EXPECT_EQ(Search(P("C.LOG")), (std::set<std::string>{"error 2"}))
+            << "exact names keep the file system's case rule";
+    }
     EXPECT_EQ(Search(P("missing/c.log")), (std::set<std::string>{"error 3"}));
     EXPECT_EQ(Search(P("sub/")), (std::set<std::string>{"error 2"}));
 }
@@ -480,7 +486,8 @@ TEST_F(FileApi, NonAsciiNamesRoundTrip) {
     HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
     ASSERT_NE(file, INVALID_HANDLE_VALUE);
     CloseHandle(file);
-    EXPECT_TRUE(std::filesystem::exists(Folder() / u8"\u00e9t\u00e9 \u20ac \U0001F600.txt"))
+    EXPECT_TRUE(std::filesystem::exists(
+        Folder() / std::filesystem::u8path(u8"\u00e9t\u00e9 \u20ac \U0001F600.txt")))
         << "UTF-8 on disk";
     EXPECT_TRUE(std::filesystem::exists(zel_platform::FileSystemPath(path.c_str())));
     WIN32_FIND_DATAW data{};
@@ -525,6 +532,7 @@ TEST_F(FileApi, MoveRefusesToReplaceUnlessAsked) {
 }
 
 TEST_F(FileApi, TempPathEndsWithASeparatorAndMeasures) {
+    if (!zel_platform::kEmulated) GTEST_SKIP() << "the folder comes from TMPDIR on POSIX only";
     const char* saved = std::getenv("TMPDIR");
     std::string restore = saved != nullptr ? saved : "";
     setenv("TMPDIR", Folder().c_str(), 1);
@@ -545,9 +553,12 @@ TEST_F(FileApi, TempFileNamesAreClaimedExclusively) {
     UINT first = GetTempFileNameW(Widen(Folder().string()).c_str(), ZW("prefix"), 0, name);
     ASSERT_NE(first, 0u);
     std::string created = Narrow(name);
-    char hex[16];
-    std::snprintf(hex, sizeof hex, "%X", first);
-    EXPECT_EQ(created, PathOf(std::string("pre") + hex + ".TMP"));
+    std::string file = std::filesystem::path(created).filename().string();
+    ASSERT_EQ(std::filesystem::path(created).parent_path(), Folder());
+    ASSERT_GT(file.size(), 7u);
+    EXPECT_EQ(file.substr(0, 3), "pre") << "three characters of the prefix";
+    EXPECT_EQ(file.substr(file.size() - 4), ".TMP");
+    EXPECT_EQ(std::stoul(file.substr(3, file.size() - 7), nullptr, 16), first);
     EXPECT_TRUE(std::filesystem::exists(created));
 
     // A number already taken (here: a claim that fails with EEXIST) moves on.
@@ -570,7 +581,9 @@ TEST_F(FileApi, TempFileNamesAreClaimedExclusively) {
     EXPECT_FALSE(Exists("abABCD.TMP")) << "a given number only forms the name";
 
     EXPECT_EQ(GetTempFileNameW(P("missing").c_str(), ZW("x"), 0, name), 0u);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
+    if (zel_platform::kEmulated) {
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
+    }
 }
 
 TEST(ModuleFileName, NamesTheProgramAndTheLibrary) {
@@ -580,7 +593,7 @@ TEST(ModuleFileName, NamesTheProgramAndTheLibrary) {
     WString programPath(buffer, length);
     std::filesystem::path program = zel_platform::FileSystemPath(buffer);
     EXPECT_TRUE(program.is_absolute());
-    EXPECT_EQ(program.filename(), "zel_platform_tests");
+    EXPECT_EQ(program.stem(), "zel_platform_tests");
 
     length = GetModuleFileNameW(zel_platform::LibraryModule(), buffer, 4096);
     ASSERT_GT(length, 0u);
@@ -645,6 +658,7 @@ TEST(TimeConversion, FileTimeAndCalendarRoundTrip) {
 }
 
 TEST(TimeConversion, LocalTimeFollowsTheTimeZoneInForce) {
+    if (!zel_platform::kEmulated) GTEST_SKIP() << "TZ sets the time zone on POSIX only";
     const char* saved = std::getenv("TZ");
     std::string restore = saved != nullptr ? saved : "";
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
