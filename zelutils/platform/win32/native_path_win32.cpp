@@ -1,6 +1,8 @@
 // Library paths are native wide paths on Windows.
 #include "zelutils/platform/native_path.h"
 
+#include "zelutils/platform/errhandlingapi.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <string>
@@ -24,9 +26,10 @@ std::FILE* OpenStdioFile(const WCHAR* path, const char* mode) {
 
 DWORD ErrorFromErrorCode(const std::error_code& code) {
     if (!code) return ERROR_SUCCESS;
-    // The system category carries Win32 numbers here.
-    return code.category() == std::system_category() ? static_cast<DWORD>(code.value())
-                                                     : ERROR_GEN_FAILURE;
+    // The system category carries Win32 numbers here; the generic one, errno values.
+    if (code.category() == std::system_category()) return static_cast<DWORD>(code.value());
+    if (code.category() == std::generic_category()) return ErrorFromErrno(code.value());
+    return ERROR_GEN_FAILURE;
 }
 
 }  // namespace zel_platform
