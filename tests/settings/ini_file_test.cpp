@@ -213,7 +213,7 @@ TEST_F(IniTest, AtomicSaveKeepsThePreviousFileWhenTheDiskIsFull) {
     }
     ASSERT_TRUE(zel_platform::SetFileSizeLimit(4096));
     bool saved = SaveIniFileAtomic(PathW("keep.ini"), big, kIniUtf8);
-    zel_platform::SetFileSizeLimit(0);
+    zel_platform::RestoreFileSizeLimit();
     EXPECT_FALSE(saved);
     EXPECT_EQ(ReadBytes("keep.ini"), previous);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder()), {}), 1) << "no temporary file left";

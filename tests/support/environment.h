@@ -1,43 +1,37 @@
-// Process environment for tests: a scoped time zone.
+// Setting an environment variable for the length of a test.
 #pragma once
 
-#include <cstdlib>
-#include <ctime>
+#include <optional>
 #include <string>
 
 namespace zel_test {
 
-/// Sets TZ for the life of the object (a POSIX TZ rule such as
-/// "CET-1CEST,M3.5.0,M10.5.0/3") and restores the previous value.
+/// Sets (or, with a null value, removes) an environment variable and puts
+/// the previous state back when it goes out of scope.
+class ScopedEnvironment {
+public:
+    ScopedEnvironment(const char* name, const char* value);
+    ~ScopedEnvironment();
+    ScopedEnvironment(const ScopedEnvironment&) = delete;
+    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
+
+private:
+    std::string name_;
+    std::string saved_;
+    bool wasSet_;
+};
+
+/// Sets the time zone rule TZ (e.g. "CET-1CEST,M3.5.0,M10.5.0/3") for the
+/// length of a test, making the C library reread it on the way in and out.
 class ScopedTimeZone {
 public:
-    explicit ScopedTimeZone(const char* rule) {
-        const char* previous = std::getenv("TZ");
-        hadPrevious_ = previous != nullptr;
-        if (hadPrevious_) previous_ = previous;
-        Set(rule);
-    }
-    ~ScopedTimeZone() { Set(hadPrevious_ ? previous_.c_str() : nullptr); }
+    explicit ScopedTimeZone(const char* rule);
+    ~ScopedTimeZone();
     ScopedTimeZone(const ScopedTimeZone&) = delete;
     ScopedTimeZone& operator=(const ScopedTimeZone&) = delete;
 
 private:
-    static void Set(const char* rule) {
-#ifdef _WIN32
-        _putenv_s("TZ", rule != nullptr ? rule : "");
-        _tzset();
-#else
-        if (rule != nullptr) {
-            setenv("TZ", rule, 1);
-        } else {
-            unsetenv("TZ");
-        }
-        tzset();
-#endif
-    }
-
-    bool hadPrevious_ = false;
-    std::string previous_;
+    std::optional<ScopedEnvironment> tz_;
 };
 
 }  // namespace zel_test
