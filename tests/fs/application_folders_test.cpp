@@ -1,5 +1,6 @@
 // The process-wide folder register.
 #include "zelutils/fs/application_folders.h"
+#include "zelutils/platform/win32.h"
 
 #include <gtest/gtest.h>
 

@@ -3,11 +3,14 @@
 #include "zelutils/zelsys/zel_time.h"
 
 #include "tests/support/environment.h"
+#include "tests/support/temp_folder.h"
+#include "zelutils/fs/application_folders.h"
 #include "zelutils/platform/win32.h"
+#include "zelutils/text/zel_utf.h"
 
 #include <gtest/gtest.h>
 
-#include <climits>
+#include <filesystem>
 
 using zel::ZelTime;
 using zel::ZelTimeSpan;
@@ -111,17 +114,35 @@ TEST(ZelTimeSpan, SplitsByTruncatingDivision) {
     EXPECT_EQ(time.GetTime(), -500);
 }
 
-TEST(ZelTimeDeathTest, UnrepresentableTimesEndTheProcessThroughTheErrorBox) {
+class ZelTimeDeathTest : public zel_test::TempFolderTest {
+protected:
+    // Runs in the child: its log goes to this test's folder.
+    void LogIntoFolder() {
+        zel::folders::GetApplicationFileNameBuilder().SetDataFolder(
+            zel_text::CZelStringUtf8(Folder().string().c_str()).ToWide(), 0);
+        zel_platform::SetMessageBoxHandler(ShowBoxOnStderr);
+    }
+    void TearDown() override {
+        for (const auto& entry : std::filesystem::directory_iterator(Folder())) {
+            std::filesystem::remove(entry.path());
+        }
+        zel_test::TempFolderTest::TearDown();
+    }
+};
+
+TEST_F(ZelTimeDeathTest, UnrepresentableTimesEndTheProcessThroughTheErrorBox) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
+    // One second before 1970 in UTC is the runtime's error value.
     EXPECT_EXIT(
         {
-            zel_platform::SetMessageBoxHandler(ShowBoxOnStderr);
-            ZelTime(INT_MAX, 1, 1, 0, 0, 0);
+            zel_test::ScopedTimeZone zone("UTC0");
+            LogIntoFolder();
+            ZelTime(1969, 12, 31, 23, 59, 59);
         },
         ::testing::ExitedWithCode(0), "\\[Error\\] Error Illegal input time\nzelutils/zelsys/zel_time\n@265");
     EXPECT_EXIT(
         {
-            zel_platform::SetMessageBoxHandler(ShowBoxOnStderr);
+            LogIntoFolder();
             ZelTime(FILETIME{0xFFFFFFFF, 0xFFFFFFFF});
         },
         ::testing::ExitedWithCode(0), "Invalid argument\nzelutils/zelsys/zel_time\n@31[03]");

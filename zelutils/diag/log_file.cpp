@@ -2,7 +2,6 @@
 
 #include "zelutils/fs/application_folders.h"
 #include "zelutils/fs/platform_file.h"
-#include "zelutils/platform/native_path.h"
 #include "zelutils/platform/win32.h"
 #include "zelutils/settings/sequence_counter.h"
 #include "zelutils/text/zel_printf.h"

@@ -1,7 +1,6 @@
 #include "zelutils/settings/ini_file.h"
 
 #include "zelutils/fs/platform_file.h"
-#include "zelutils/platform/native_path.h"
 #include "zelutils/platform/win32.h"
 #include "zelutils/text/zel_encoding.h"
 
