@@ -1,5 +1,5 @@
 // zelutil convert, run as a script would run it.
-#include "tests/support/temp_folder.h"
+#include "tests/tool/tool_test.h"
 #include "zelutils/platform/windef.h"
 
 #include <gtest/gtest.h>
@@ -11,46 +11,8 @@
 #include <string>
 
 namespace {
-
-class ConvertCommand : public zel_test::TempFolderTest {
-protected:
-    void SetUp() override {
-        TempFolderTest::SetUp();
-        const char* testDir = std::getenv("ZEL_TEST_BINARY_DIR");
-        if (testDir != nullptr) tool_ = std::filesystem::path(testDir) / ".." / "tools" / "zelutil" / "zelutil";
-        if (tool_.empty() || !std::filesystem::exists(tool_)) {
-            GTEST_SKIP() << "the zelutil tool is not built next to the tests";
-        }
-    }
-
-    /// Runs zelutil with arguments; returns its exit code and keeps what it
-    /// wrote to stderr in Errors().
-    int Run(const std::string& arguments) {
-        const std::string errors = PathOf("stderr.txt");
-        const int status = std::system(("\"" + tool_.string() + "\" " + arguments + " 2>\"" + errors + "\"").c_str());
-        errors_ = Read(errors);
-        std::filesystem::remove(errors);
-        // std::system gives the exit code on Windows and a wait status elsewhere.
-        return zel_platform::kEmulated ? (status >> 8) & 0xFF : status;
-    }
-
-    const std::string& Errors() const { return errors_; }
-
-    static std::string Read(const std::string& path) {
-        std::ifstream file(path, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-    }
-
-    void Write(const std::string& path, const std::string& bytes) {
-        std::ofstream(path, std::ios::binary) << bytes;
-    }
-
-    std::string Quoted(const std::string& name) const { return "\"" + PathOf(name) + "\""; }
-
-private:
-    std::filesystem::path tool_;
-    std::string errors_;
-};
+class ConvertCommand : public zel_test::ToolTest {};
+}  // namespace
 
 TEST_F(ConvertCommand, ConvertsBetweenCodePagesAndRoundTrips) {
     const std::string cp1252("caf\xE9 \x80 \x9C\r\n", 10);
@@ -73,5 +35,3 @@ TEST_F(ConvertCommand, BadCodePagesAndFilesExitWithUsageErrors) {
     EXPECT_NE(Errors().find("cannot read '" + PathOf("none.txt") + "': "), std::string::npos) << Errors();
     EXPECT_EQ(Run("convert --to utf8"), 2);
 }
-
-}  // namespace

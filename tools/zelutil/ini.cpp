@@ -5,6 +5,7 @@
 #include "zelutils/settings/ini_file.h"
 #include "zelutils/text/zel_encoding.h"
 
+#include <cctype>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -90,8 +91,22 @@ int Get(const Args& args) {
     return kExitOk;
 }
 
+// Why a section, key or value would not load back, or null when it would.
+const char* Unstorable(const std::string& section, const std::string& key, const std::string& value) {
+    auto hasLineEnd = [](const std::string& text) { return text.find_first_of("\r\n") != std::string::npos; };
+    if (section.empty()) return "the section has no name";
+    if (hasLineEnd(section) || hasLineEnd(key) || hasLineEnd(value)) return "it holds a line end";
+    unsigned char first = key.empty() ? 0 : static_cast<unsigned char>(key[0]);
+    if (first != '_' && (first >= 0x80 || std::isalnum(first) == 0)) return "a key starts with a letter, a digit or '_'";
+    if (key.find('=') != std::string::npos) return "a key holds no '='";
+    return nullptr;
+}
+
 int Set(const Args& args) {
     if (args.size() != 5) return UsageError("ini", "set takes FILE SECTION KEY VALUE");
+    if (const char* reason = Unstorable(args[2], args[3], args[4])) {
+        return UsageError("ini", "[" + args[2] + "] " + args[3] + " cannot be stored: " + reason);
+    }
     IniSections table;
     std::ifstream probe(args[1], std::ios::binary);
     if (probe && !Load(args[1], table)) return kExitUsage;
