@@ -3,6 +3,7 @@
 // last line, only when the process ends.
 #include "zelutils/diag/log_file.h"
 
+#include "tests/support/environment.h"
 #include "tests/support/temp_folder.h"
 #include "zelutils/diag/checks.h"
 #include "zelutils/fs/application_folders.h"
@@ -258,4 +259,19 @@ TEST_F(LogTest, ConcurrentLinesAreWholeAndNoneIsLost) {
         EXPECT_EQ(next[t], kLines);
         EXPECT_EQ(threadIds[t].size(), 1u) << "one thread id per thread";
     }
+}
+
+TEST_F(LogTest, AFolderThatCannotBeMadeFallsBackToTheTemporaryFolder) {
+    std::filesystem::create_directories(Folder() / "tmp");
+    std::ofstream(Folder() / "file.txt") << "in the way";
+    EXPECT_EXIT(
+        {
+            zel_test::ScopedEnvironment tmp("TMPDIR", (Folder() / "tmp").string().c_str());
+            zel::folders::GetApplicationFileNameBuilder().SetDataFolder(
+                zel_text::CZelStringUtf8((Folder() / "file.txt" / "logs").string().c_str()).ToWide(), 0);
+            logPrintf("where am I");
+            std::string path = zel_text::CZelStringUtf8(logFilePath()).GetString();
+            Finish(path.rfind((Folder() / "tmp").string() + "/", 0) == 0, "log in the temporary folder: " + path);
+        },
+        ::testing::ExitedWithCode(0), "");
 }

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -217,5 +218,50 @@ TEST_F(IniTest, AtomicSaveKeepsThePreviousFileWhenTheDiskIsFull) {
     EXPECT_FALSE(saved);
     EXPECT_EQ(ReadBytes("keep.ini"), previous);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder()), {}), 1) << "no temporary file left";
+    std::filesystem::remove(PathOf("keep.ini"));
+}
+
+TEST_F(IniTest, AtomicSaveSurvivesEveryFailingStep) {
+    if (!zel_platform::kEmulated) GTEST_SKIP() << "fault injection is a facility of the POSIX layer";
+    IniSections before;
+    before[W(u"S")][W(u"k")] = W(u"old");
+    ASSERT_TRUE(SaveIniFileAtomic(PathW("keep.ini"), before, kIniUtf16LE));
+    std::string previous = ReadBytes("keep.ini");
+    IniSections after;
+    after[W(u"S")][W(u"k")] = W(u"new");
+
+    using zel_platform::SystemCall;
+    struct Fault {
+        SystemCall call;
+        int errnoValue;
+    };
+    // (A failing close is not in the list: the data is on the disk once the
+    // flush succeeded.)
+    const Fault faults[] = {{SystemCall::Open, ENOSPC}, {SystemCall::Write, ENOSPC}, {SystemCall::Write, EIO},
+                            {SystemCall::Sync, EIO},    {SystemCall::Rename, EXDEV}};
+    for (const Fault& fault : faults) {
+        for (unsigned nth = 1; nth <= 2; ++nth) {
+            zel_platform::ResetSystemCalls();
+            ASSERT_TRUE(zel_platform::FailSystemCall(fault.call, nth, fault.errnoValue));
+            bool saved = SaveIniFileAtomic(PathW("keep.ini"), after, kIniUtf16LE);
+            bool struck = zel_platform::SystemCallCount(fault.call) >= nth;
+            zel_platform::ResetSystemCalls();
+            if (struck) {
+                EXPECT_FALSE(saved) << static_cast<int>(fault.call) << " #" << nth;
+                EXPECT_EQ(ReadBytes("keep.ini"), previous) << static_cast<int>(fault.call) << " #" << nth;
+            }
+            EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder()), {}), 1)
+                << "no temporary file left after " << static_cast<int>(fault.call) << " #" << nth;
+            if (saved) {
+                ASSERT_TRUE(SaveIniFileAtomic(PathW("keep.ini"), before, kIniUtf16LE));
+            }
+        }
+    }
+    // A short write (a disk that fills up) is caught as well.
+    ASSERT_TRUE(zel_platform::ShortenWrite(1, 3, ENOSPC));
+    EXPECT_FALSE(SaveIniFileAtomic(PathW("keep.ini"), after, kIniUtf16LE));
+    zel_platform::ResetSystemCalls();
+    EXPECT_EQ(ReadBytes("keep.ini"), previous);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder()), {}), 1);
     std::filesystem::remove(PathOf("keep.ini"));
 }
