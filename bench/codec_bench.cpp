@@ -1,15 +1,15 @@
 // UTF-8 <-> UTF-16 through MultiByteToWideChar/WideCharToMultiByte (code
 // page 65001) against glibc iconv ("UTF-8" <-> "UTF-16LE"), on 50 MB of
 // mostly-ASCII text and 50 MB of mixed text (Latin accents, Cyrillic, CJK,
-// emoji). Ends with the ratio ours/iconv for each case; measuring calls are
-// compared with a full iconv conversion, what a caller without them would do.
+// emoji). Ends with the ratio ours/iconv for each case, with both rates in
+// MB of UTF-8 per second (the UTF-8 side's size counts in both directions);
+// measuring calls are compared with a full iconv conversion, what a caller
+// without them would do.
+#include "bench/ratio_reporter.h"
 #include "zelutils/platform/win32.h"
 
-#include <benchmark/benchmark.h>
 #include <iconv.h>
 
-#include <cstdio>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -142,55 +142,23 @@ void IconvToUtf8(benchmark::State& state, bool mixed) {
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * TextOf(mixed).size()));
 }
 
-/// Keeps every run's bytes per second for the closing ratios.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            auto found = run.counters.find("bytes_per_second");
-            if (found != run.counters.end()) rates_[run.benchmark_name()] = found->second.value;
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-
-    void PrintRatios() const {
-        std::printf("\nthroughput in MB of UTF-8 per second, ours/iconv:\n");
-        const char* const cases[][2] = {
-            {"Utf8ToUtf16", "Utf8ToUtf16"},  {"Utf8ToUtf16Measure", "Utf8ToUtf16"},
-            {"Utf16ToUtf8", "Utf16ToUtf8"},  {"Utf16ToUtf8Measure", "Utf16ToUtf8"},
-        };
-        for (const char* text : {"ascii", "mixed"}) {
-            for (const auto& pair : cases) {
-                auto ours = rates_.find(std::string(pair[0]) + "/" + text + "/zelutils");
-                auto theirs = rates_.find(std::string(pair[1]) + "/" + text + "/iconv");
-                if (ours == rates_.end() || theirs == rates_.end()) continue;
-                std::printf("  %-19s %-5s  %8.0f MB/s vs %6.0f MB/s  ratio %5.1f\n", pair[0], text,
-                            ours->second / 1e6, theirs->second / 1e6, ours->second / theirs->second);
-            }
-        }
-    }
-
-private:
-    std::map<std::string, double> rates_;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
+    zel_bench::RatioPairs pairs;
     for (bool mixed : {false, true}) {
-        const std::string text = mixed ? "mixed" : "ascii";
-        benchmark::RegisterBenchmark(("Utf8ToUtf16/" + text + "/zelutils").c_str(), OursToUtf16, mixed);
-        benchmark::RegisterBenchmark(("Utf8ToUtf16/" + text + "/iconv").c_str(), IconvToUtf16, mixed);
-        benchmark::RegisterBenchmark(("Utf8ToUtf16Measure/" + text + "/zelutils").c_str(), OursMeasureUtf16, mixed);
-        benchmark::RegisterBenchmark(("Utf16ToUtf8/" + text + "/zelutils").c_str(), OursToUtf8, mixed);
-        benchmark::RegisterBenchmark(("Utf16ToUtf8/" + text + "/iconv").c_str(), IconvToUtf8, mixed);
-        benchmark::RegisterBenchmark(("Utf16ToUtf8Measure/" + text + "/zelutils").c_str(), OursMeasureUtf8, mixed);
+        const std::string text = mixed ? "/mixed" : "/ascii";
+        benchmark::RegisterBenchmark(("Utf8ToUtf16" + text + "/zelutils").c_str(), OursToUtf16, mixed);
+        benchmark::RegisterBenchmark(("Utf8ToUtf16" + text + "/iconv").c_str(), IconvToUtf16, mixed);
+        benchmark::RegisterBenchmark(("Utf8ToUtf16Measure" + text + "/zelutils").c_str(), OursMeasureUtf16, mixed);
+        benchmark::RegisterBenchmark(("Utf16ToUtf8" + text + "/zelutils").c_str(), OursToUtf8, mixed);
+        benchmark::RegisterBenchmark(("Utf16ToUtf8" + text + "/iconv").c_str(), IconvToUtf8, mixed);
+        benchmark::RegisterBenchmark(("Utf16ToUtf8Measure" + text + "/zelutils").c_str(), OursMeasureUtf8, mixed);
+        for (const char* direction : {"Utf8ToUtf16", "Utf16ToUtf8"}) {
+            const std::string iconv = direction + text + "/iconv";
+            pairs.emplace_back(direction + text + "/zelutils", iconv);
+            pairs.emplace_back(direction + std::string("Measure") + text + "/zelutils", iconv);
+        }
     }
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.PrintRatios();
-    benchmark::Shutdown();
-    return 0;
+    return zel_bench::RunWithRatios(argc, argv, pairs);
 }

@@ -3,16 +3,11 @@
 // same in the same run (snprintf for narrow text, swprintf for wchar_t), and
 // a "%.6f" double against snprintf. Prints ours/baseline time ratios at the
 // end (below 1: ours is faster).
+#include "bench/ratio_reporter.h"
 #include "zelutils/text/zel_printf.h"
 
-#include <benchmark/benchmark.h>
-
-#include <algorithm>
 #include <cstdio>
 #include <cwchar>
-#include <map>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -86,54 +81,18 @@ void DoubleSnprintf(benchmark::State& state) {
     });
 }
 
-// The fastest repetition is the least disturbed by other work on a shared
-// machine, so the ratios compare minima.
-double Fastest(const std::vector<double>& times) { return *std::min_element(times.begin(), times.end()); }
-
-BENCHMARK(PrefixNarrowOurs)->ComputeStatistics("min", Fastest);
-BENCHMARK(PrefixNarrowSnprintf)->ComputeStatistics("min", Fastest);
-BENCHMARK(PrefixWideOurs)->ComputeStatistics("min", Fastest);
-BENCHMARK(PrefixWideSwprintf)->ComputeStatistics("min", Fastest);
-BENCHMARK(DoubleOurs)->ComputeStatistics("min", Fastest);
-BENCHMARK(DoubleSnprintf)->ComputeStatistics("min", Fastest);
-
-// Keeps the fastest CPU time per iteration of each benchmark (over its
-// repetitions, or its "min" aggregate) so the ratios can be printed last.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            bool fastest = run.run_type == Run::RT_Aggregate && run.aggregate_name == "min";
-            if (run.run_type != Run::RT_Iteration && !fastest) continue;
-            double time = run.GetAdjustedCPUTime();
-            auto found = fastest_.find(run.run_name.function_name);
-            if (found == fastest_.end()) fastest_.emplace(run.run_name.function_name, time);
-            else if (time < found->second) found->second = time;
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-
-    void PrintRatio(const std::string& ours, const std::string& baseline) const {
-        auto a = fastest_.find(ours);
-        auto b = fastest_.find(baseline);
-        if (a == fastest_.end() || b == fastest_.end() || b->second <= 0) return;
-        std::printf("ratio %-16s / %-20s = %.2f\n", ours.c_str(), baseline.c_str(), a->second / b->second);
-    }
-
-private:
-    std::map<std::string, double> fastest_;
-};
+BENCHMARK(PrefixNarrowOurs)->ComputeStatistics("min", zel_bench::Fastest);
+BENCHMARK(PrefixNarrowSnprintf)->ComputeStatistics("min", zel_bench::Fastest);
+BENCHMARK(PrefixWideOurs)->ComputeStatistics("min", zel_bench::Fastest);
+BENCHMARK(PrefixWideSwprintf)->ComputeStatistics("min", zel_bench::Fastest);
+BENCHMARK(DoubleOurs)->ComputeStatistics("min", zel_bench::Fastest);
+BENCHMARK(DoubleSnprintf)->ComputeStatistics("min", zel_bench::Fastest);
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.PrintRatio("PrefixNarrowOurs", "PrefixNarrowSnprintf");
-    reporter.PrintRatio("PrefixWideOurs", "PrefixWideSwprintf");
-    reporter.PrintRatio("DoubleOurs", "DoubleSnprintf");
-    benchmark::Shutdown();
-    return 0;
+    return zel_bench::RunWithRatios(argc, argv,
+                                    {{"PrefixNarrowOurs", "PrefixNarrowSnprintf"},
+                                     {"PrefixWideOurs", "PrefixWideSwprintf"},
+                                     {"DoubleOurs", "DoubleSnprintf"}});
 }

@@ -3,17 +3,13 @@
 // of 16 characters by appending and through GetBuffer/ReleaseBuffer
 // (std::u16string::append), and Format of a log line (swprintf into a fixed
 // buffer). Prints the time ratios at the end.
+#include "bench/ratio_reporter.h"
 #include "zelutils/text/zel_string.h"
 
-#include <benchmark/benchmark.h>
-
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <cwchar>
-#include <map>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -130,66 +126,24 @@ void FormatSwprintf(benchmark::State& state) {
     }
 }
 
-// On a shared machine the least disturbed repetition is the fairest.
-double Fastest(const std::vector<double>& times) {
-    return *std::min_element(times.begin(), times.end());
-}
-
-BENCHMARK(CopyZelString)->ComputeStatistics("min", Fastest);
-BENCHMARK(CopyU16String)->ComputeStatistics("min", Fastest);
-BENCHMARK(AppendZelString)->ComputeStatistics("min", Fastest)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BufferZelString)->ComputeStatistics("min", Fastest)->Unit(benchmark::kMicrosecond);
-BENCHMARK(AppendU16String)->ComputeStatistics("min", Fastest)->Unit(benchmark::kMicrosecond);
+BENCHMARK(CopyZelString)->ComputeStatistics("min", zel_bench::Fastest);
+BENCHMARK(CopyU16String)->ComputeStatistics("min", zel_bench::Fastest);
+BENCHMARK(AppendZelString)->ComputeStatistics("min", zel_bench::Fastest)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BufferZelString)->ComputeStatistics("min", zel_bench::Fastest)->Unit(benchmark::kMicrosecond);
+BENCHMARK(AppendU16String)->ComputeStatistics("min", zel_bench::Fastest)->Unit(benchmark::kMicrosecond);
 BENCHMARK(AppendReservedU16String)
-    ->ComputeStatistics("min", Fastest)
+    ->ComputeStatistics("min", zel_bench::Fastest)
     ->Unit(benchmark::kMicrosecond);
-BENCHMARK(FormatZelString)->ComputeStatistics("min", Fastest);
-BENCHMARK(FormatSwprintf)->ComputeStatistics("min", Fastest);
-
-// Remembers each benchmark's fastest CPU time per iteration, then prints
-// ours / baseline for each pair (below 1: ours is faster).
-class StringRatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            if (run.error_occurred) continue;
-            bool min = run.run_type == Run::RT_Aggregate && run.aggregate_name == "min";
-            if (run.run_type != Run::RT_Iteration && !min) continue;
-            double& best = best_.emplace(run.run_name.function_name, run.GetAdjustedCPUTime())
-                               .first->second;
-            best = std::min(best, run.GetAdjustedCPUTime());
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-
-    void Finalize() override {
-        ConsoleReporter::Finalize();
-        const char* const pairs[][2] = {{"CopyZelString", "CopyU16String"},
-                                        {"AppendZelString", "AppendU16String"},
-                                        {"BufferZelString", "AppendU16String"},
-                                        {"BufferZelString", "AppendReservedU16String"},
-                                        {"FormatZelString", "FormatSwprintf"}};
-        for (const auto& pair : pairs) {
-            auto ours = best_.find(pair[0]);
-            auto baseline = best_.find(pair[1]);
-            if (ours == best_.end() || baseline == best_.end() || ours->second <= 0) continue;
-            std::printf("ratio %-15s / %-23s = %6.3f (baseline takes %.1fx the time)\n", pair[0],
-                        pair[1], ours->second / baseline->second,
-                        baseline->second / ours->second);
-        }
-    }
-
-private:
-    std::map<std::string, double> best_;
-};
+BENCHMARK(FormatZelString)->ComputeStatistics("min", zel_bench::Fastest);
+BENCHMARK(FormatSwprintf)->ComputeStatistics("min", zel_bench::Fastest);
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    StringRatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
-    return 0;
+    return zel_bench::RunWithRatios(argc, argv,
+                                    {{"CopyZelString", "CopyU16String"},
+                                     {"AppendZelString", "AppendU16String"},
+                                     {"BufferZelString", "AppendU16String"},
+                                     {"BufferZelString", "AppendReservedU16String"},
+                                     {"FormatZelString", "FormatSwprintf"}});
 }
