@@ -220,7 +220,7 @@ TEST(DebugOutput, DefaultWritesUtf8ToStderrOnlyWhenSwitchedOn) {
     putenv(restore.data());
 }
 
-TEST(MessageBox, TheHandlerAnswersWithWhatItWasShown) {
+TEST(MessageBoxes, TheHandlerAnswersWithWhatItWasShown) {
     struct Seen {
         HWND owner;
         WideString text;
@@ -248,7 +248,7 @@ TEST(MessageBox, TheHandlerAnswersWithWhatItWasShown) {
     EXPECT_EQ(seen.size(), zel_platform::kEmulated ? 2u : 1u);
 }
 
-TEST(MessageBox, HandlersCanBeReplacedWhileBoxesAreShown) {
+TEST(MessageBoxes, HandlersCanBeReplacedWhileBoxesAreShown) {
     const zel_platform::MessageBoxHandler Yes = [](HWND, LPCWSTR, LPCWSTR, UINT) { return IDYES; };
     const zel_platform::MessageBoxHandler No = [](HWND, LPCWSTR, LPCWSTR, UINT) { return IDNO; };
     ScopedMessageBoxHandler handler(Yes);
@@ -269,7 +269,7 @@ TEST(MessageBox, HandlersCanBeReplacedWhileBoxesAreShown) {
     EXPECT_EQ(unexpected, 0);
 }
 
-TEST(MessageBox, DefaultButtonFollowsTheTypeWord) {
+TEST(MessageBoxes, DefaultButtonFollowsTheTypeWord) {
     struct Case {
         UINT type;
         int button;
@@ -298,7 +298,7 @@ TEST(MessageBox, DefaultButtonFollowsTheTypeWord) {
     }
 }
 
-TEST(MessageBox, DefaultBoxWritesToStderrAndAnswersWithTheDefaultButton) {
+TEST(MessageBoxes, DefaultBoxWritesToStderrAndAnswersWithTheDefaultButton) {
     if (!zel_platform::kEmulated) GTEST_SKIP() << "the default is the system's box on Windows";
     ScopedMessageBoxHandler defaultHandler{zel_platform::MessageBoxHandler{}};
     const WCHAR caption[] = {'C', 'a', 'p', 't', 'i', 'o', 'n', ' ', 0xE9, 0};
@@ -356,7 +356,7 @@ int AskOnPseudoTerminal(UINT type, const std::string& input, std::string* shown)
     return answer;
 }
 
-TEST(MessageBox, DefaultBoxAsksOnATerminal) {
+TEST(MessageBoxes, DefaultBoxAsksOnATerminal) {
     std::string shown;
     int answer = AskOnPseudoTerminal(MB_ABORTRETRYIGNORE, "r\n", &shown);
     if (answer == -1) GTEST_SKIP() << "no pseudo-terminal available";
@@ -381,7 +381,7 @@ TEST(MessageBox, DefaultBoxAsksOnATerminal) {
 }
 #endif
 
-TEST(GlobalMemoryStatus, GivesPlausibleFiguresWithin32Bits) {
+TEST(GlobalMemoryStatus, GivesPlausibleFigures) {
     MEMORYSTATUS status{};
     GlobalMemoryStatus(&status);
     EXPECT_EQ(status.dwLength, sizeof(MEMORYSTATUS));
@@ -393,8 +393,4 @@ TEST(GlobalMemoryStatus, GivesPlausibleFiguresWithin32Bits) {
     EXPECT_LE(status.dwAvailPageFile, status.dwTotalPageFile);
     EXPECT_GT(status.dwTotalVirtual, 0u);
     EXPECT_LE(status.dwAvailVirtual, status.dwTotalVirtual);
-    for (SIZE_T figure : {status.dwTotalPhys, status.dwAvailPhys, status.dwTotalPageFile,
-                          status.dwAvailPageFile, status.dwTotalVirtual, status.dwAvailVirtual}) {
-        EXPECT_LE(figure, SIZE_T{0xFFFFFFFFu});
-    }
 }
