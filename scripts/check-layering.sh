@@ -6,7 +6,7 @@ set -uo pipefail
 cd "$(dirname "$0")/.."
 
 os_headers='windows\.h|unistd\.h|fcntl\.h|sys/[a-z_]+\.h|dlfcn\.h|pthread\.h|signal\.h|iconv\.h|dirent\.h|termios\.h|execinfo\.h|link\.h|elf\.h|ucontext\.h|setjmp\.h|spawn\.h|poll\.h|syslog\.h|pwd\.h'
-pattern="#[[:space:]]*include[[:space:]]*<($os_headers)>|\bwchar_t\b|\bwcs[a-z]*[[:space:]]*\(|\bL\"|\bL'"
+pattern="#[[:space:]]*include[[:space:]]*<($os_headers)>|\bwchar_t\b|\bwcs[a-z]*[[:space:]]*\(|(^|[^A-Za-z0-9_'])L[\"']"
 
 hits=$(grep -rnE "$pattern" zelutils tools --include='*.h' --include='*.cpp' \
        | grep -v '^zelutils/platform/' || true)
