@@ -4,4 +4,5 @@
 
 #include "zelutils/platform/win32.h"
 #include "zelutils/text/zel_encoding.h"
+#include "zelutils/text/zel_printf.h"
 #include "zelutils/zel_api.h"

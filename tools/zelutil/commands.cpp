@@ -11,6 +11,17 @@ const std::vector<Command>& Commands() {
          "usage: zelutil demo\n\nRuns the library end to end on the files in examples/ and "
          "prints what it did.\n",
          RunDemo},
+        {"convert", "convert text between code pages",
+         "usage: zelutil convert --from CP --to CP [IN] [OUT]\n\n"
+         "Converts text from one code page to another. CP is a code page number (1252, 437,\n"
+         "932, 65001, ...) or one of: utf8 (65001), utf16 (UTF-16LE bytes), ansi (the\n"
+         "process's ANSI code page, 0), oem (its OEM code page, 1). Reads IN, or standard\n"
+         "input when IN is absent or '-'; writes OUT, or standard output.\n\n"
+         "Characters the target code page lacks become its default character ('?');\n"
+         "bytes the source cannot decode become U+FFFD from UTF-8 and '?' otherwise.\n\n"
+         "exit codes: 0 converted; 1 the conversion failed (odd-sized UTF-16 input);\n"
+         "2 bad arguments, an unknown code page, an unreadable input or unwritable output.\n",
+         RunConvert},
         {"encoding", "show a file's byte-order mark and detected text encoding",
          "usage: zelutil encoding FILE\n\nPrints the byte-order mark found at the start of FILE "
          "and the encoding the library would read it in, each with its number and name.\n",

@@ -29,6 +29,7 @@ int UsageError(const char* command, const std::string& message);
 
 int RunVersion(const Args& args);
 int RunDemo(const Args& args);
+int RunConvert(const Args& args);
 int RunEncoding(const Args& args);
 int RunBase64(const Args& args);
 

@@ -15,11 +15,14 @@ else()
     platform/posix/errhandlingapi_posix.cpp
     platform/posix/handle_table.cpp
     platform/posix/handleapi_posix.cpp
+    platform/posix/iconv_codec.cpp
     platform/posix/libloaderapi_posix.cpp
     platform/posix/oleauto_posix.cpp
     platform/posix/processthreadsapi_posix.cpp
     platform/posix/stderr_text.cpp
+    platform/posix/stringapiset_posix.cpp
     platform/posix/sysinfoapi_posix.cpp
+    platform/posix/utf8_codec.cpp
     platform/posix/winuser_posix.cpp
   )
 endif()

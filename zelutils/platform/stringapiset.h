@@ -1,11 +1,12 @@
 /// @file
 /// Code-page conversions between narrow text and UTF-16, under their Win32
-/// names. Code page 65001 (UTF-8) is the library's own codec and follows the
-/// Windows rules for flags 0: invalid bytes become U+FFFD, lone surrogates
-/// become EF BF BD. Code pages 0 (ANSI) and 1 (OEM) are process settings
-/// (UTF-8 and 437 by default on POSIX, see SetProcessCodePages); every other
-/// code page goes through iconv. Characters a code page lacks become its
-/// default character. A target that is too small fails with
+/// names. On POSIX, code page 65001 (UTF-8) is the library's own codec and
+/// follows the Windows rules for flags 0: each maximal ill-formed subpart
+/// becomes U+FFFD, a lone surrogate becomes EF BF BD. Code pages 0 (ANSI) and
+/// 1 (OEM) are process settings (UTF-8 and 437 by default on POSIX, see
+/// SetProcessCodePages); every other code page goes through iconv.
+/// Characters a code page lacks become its default character, without the
+/// Windows "best fit" substitutes. A target that is too small fails with
 /// ERROR_INSUFFICIENT_BUFFER (122); a null target with capacity 0 measures.
 #pragma once
 
@@ -27,8 +28,8 @@ typedef struct _cpinfo {
 
 /// Converts cbMultiByte bytes (-1: up to and including the NUL) of codePage
 /// text to UTF-16. Returns the units written, or needed when cchWideChar is
-/// 0; 0 on failure with the last error set (87 bad argument, 122 target too
-/// small, 1004 flags other than 0).
+/// 0; 0 on failure with the last error set (87 bad argument or unavailable
+/// code page, 122 target too small, 1004 flags other than 0).
 ZEL_API int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR multiByteStr, int cbMultiByte,
                                 LPWSTR wideCharStr, int cchWideChar);
 /// Converts cchWideChar units (-1: up to and including the NUL) of UTF-16 to

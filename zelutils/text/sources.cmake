@@ -1,4 +1,6 @@
-# Strings, conversions, number formatting, byte-order marks and Base64.
+# Strings, conversions, the printf dialect, number formatting, byte-order
+# marks and Base64.
 list(APPEND ZEL_SOURCES
   text/zel_encoding.cpp
+  text/zel_printf.cpp
 )
