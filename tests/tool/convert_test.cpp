@@ -1,10 +1,9 @@
 // zelutil convert, run as a script would run it.
 #include "tests/support/temp_folder.h"
-#include "zelutils/platform/windef.h"
+#include "tests/support/tool.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -16,22 +15,17 @@ class ConvertCommand : public zel_test::TempFolderTest {
 protected:
     void SetUp() override {
         TempFolderTest::SetUp();
-        const char* testDir = std::getenv("ZEL_TEST_BINARY_DIR");
-        if (testDir != nullptr) tool_ = std::filesystem::path(testDir) / ".." / "tools" / "zelutil" / "zelutil";
-        if (tool_.empty() || !std::filesystem::exists(tool_)) {
-            GTEST_SKIP() << "the zelutil tool is not built next to the tests";
-        }
+        if (zel_test::ToolPath().empty()) GTEST_SKIP() << "the zelutil tool is not built next to the tests";
     }
 
     /// Runs zelutil with arguments; returns its exit code and keeps what it
     /// wrote to stderr in Errors().
     int Run(const std::string& arguments) {
         const std::string errors = PathOf("stderr.txt");
-        const int status = std::system(("\"" + tool_.string() + "\" " + arguments + " 2>\"" + errors + "\"").c_str());
+        const int status = zel_test::RunTool(arguments, errors);
         errors_ = Read(errors);
         std::filesystem::remove(errors);
-        // std::system gives the exit code on Windows and a wait status elsewhere.
-        return zel_platform::kEmulated ? (status >> 8) & 0xFF : status;
+        return status;
     }
 
     const std::string& Errors() const { return errors_; }
@@ -48,7 +42,6 @@ protected:
     std::string Quoted(const std::string& name) const { return "\"" + PathOf(name) + "\""; }
 
 private:
-    std::filesystem::path tool_;
     std::string errors_;
 };
 
