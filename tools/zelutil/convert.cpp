@@ -2,6 +2,8 @@
 #include "tools/zelutil/commands.h"
 
 #include "zelutils/platform/win32.h"
+#include "zelutils/text/zel_string.h"
+#include "zelutils/text/zel_utf.h"
 
 #include <algorithm>
 #include <cctype>
@@ -15,7 +17,8 @@
 namespace zelutil {
 namespace {
 
-using WideText = std::basic_string<WCHAR>;
+using zel_text::CZelStringA;
+using zel_text::CZelStringW;
 
 constexpr const char* kCommand = "convert";
 // Not a narrow code page: the bytes are UTF-16LE and are taken as they are.
@@ -52,52 +55,62 @@ bool ParseCodePage(const std::string& text, UINT* codePage) {
     return GetCPInfo(*codePage, &info) != FALSE;
 }
 
-/// Reads all of file into bytes; false with errno set on a read error.
-bool ReadAll(std::FILE* file, std::string* bytes) {
+enum class ReadResult { kRead, kError, kTooLarge };
+
+/// Reads all of file into bytes; kError with errno set on a read error,
+/// kTooLarge when it holds more than a string can (2 GB).
+ReadResult ReadAll(std::FILE* file, CZelStringA* bytes) {
     char chunk[65536];
     std::size_t got;
     errno = 0;
-    while ((got = std::fread(chunk, 1, sizeof chunk, file)) > 0) bytes->append(chunk, got);
-    if (std::ferror(file) == 0) return true;
+    while ((got = std::fread(chunk, 1, sizeof chunk, file)) > 0) {
+        if (got > static_cast<std::size_t>(INT_MAX - bytes->GetLength())) return ReadResult::kTooLarge;
+        bytes->Append(chunk, static_cast<int>(got));
+    }
+    if (std::ferror(file) == 0) return ReadResult::kRead;
     if (errno == 0) errno = EIO;
-    return false;
+    return ReadResult::kError;
 }
 
+// The code-page conversions are made here with the platform calls rather
+// than by the string classes' conversions, which leave out a NUL that ends
+// the text: the tool converts bytes and keeps every one of them.
+
 /// Decodes input to UTF-16; false when the conversion fails.
-bool Decode(const std::string& input, UINT codePage, WideText* wide) {
+bool Decode(const CZelStringA& input, UINT codePage, CZelStringW* wide) {
+    const int size = input.GetLength();
     if (codePage == kUtf16Le) {
-        wide->resize(input.size() / 2);
-        for (std::size_t i = 0; i < wide->size(); ++i) {
-            (*wide)[i] = static_cast<WCHAR>(static_cast<unsigned char>(input[2 * i]) |
-                                            static_cast<unsigned char>(input[2 * i + 1]) << 8);
+        const auto* bytes = reinterpret_cast<const unsigned char*>(input.GetString());
+        WCHAR* units = wide->GetBufferSetLength(size / 2);
+        for (int i = 0; i < size / 2; ++i) {
+            units[i] = static_cast<WCHAR>(bytes[2 * i] | bytes[2 * i + 1] << 8);
         }
         return true;
     }
-    if (input.empty()) return true;
-    const int size = static_cast<int>(input.size());
-    const int needed = MultiByteToWideChar(codePage, 0, input.data(), size, nullptr, 0);
+    if (size == 0) return true;
+    const int needed = zel_text::MeasureNarrowToWide(input, size, codePage);
     if (needed <= 0) return false;
-    wide->resize(static_cast<std::size_t>(needed));
-    return MultiByteToWideChar(codePage, 0, input.data(), size, wide->data(), needed) == needed;
+    return MultiByteToWideChar(codePage, 0, input, size, wide->GetBufferSetLength(needed), needed) == needed;
 }
 
 /// Encodes UTF-16 to codePage; false when the conversion fails.
-bool Encode(const WideText& wide, UINT codePage, std::string* output) {
+bool Encode(const CZelStringW& wide, UINT codePage, CZelStringA* output) {
+    const int size = wide.GetLength();
     if (codePage == kUtf16Le) {
-        output->reserve(wide.size() * 2);
-        for (WCHAR unit : wide) {
-            output->push_back(static_cast<char>(unit & 0xFF));
-            output->push_back(static_cast<char>(unit >> 8));
+        if (size > INT_MAX / 2) return false;
+        const WCHAR* units = wide.GetString();
+        char* bytes = output->GetBufferSetLength(2 * size);
+        for (int i = 0; i < size; ++i) {
+            bytes[2 * i] = static_cast<char>(units[i] & 0xFF);
+            bytes[2 * i + 1] = static_cast<char>(units[i] >> 8);
         }
         return true;
     }
-    if (wide.empty()) return true;
-    if (wide.size() > static_cast<std::size_t>(INT_MAX)) return false;
-    const int size = static_cast<int>(wide.size());
-    const int needed = WideCharToMultiByte(codePage, 0, wide.data(), size, nullptr, 0, nullptr, nullptr);
+    if (size == 0) return true;
+    const int needed = zel_text::MeasureWideToNarrow(wide, size, codePage);
     if (needed <= 0) return false;
-    output->resize(static_cast<std::size_t>(needed));
-    return WideCharToMultiByte(codePage, 0, wide.data(), size, output->data(), needed, nullptr, nullptr) == needed;
+    return WideCharToMultiByte(codePage, 0, wide, size, output->GetBufferSetLength(needed), needed, nullptr,
+                               nullptr) == needed;
 }
 
 }  // namespace
@@ -129,28 +142,29 @@ int RunConvert(const Args& args) {
     if (!ParseCodePage(from, &fromCodePage)) return UsageError(kCommand, "unknown code page '" + from + "'");
     if (!ParseCodePage(to, &toCodePage)) return UsageError(kCommand, "unknown code page '" + to + "'");
 
-    std::string input;
+    CZelStringA input;
     const bool fromStdin = files.empty() || files[0] == "-";
+    ReadResult read = ReadResult::kError;
     if (fromStdin) {
-        if (!ReadAll(stdin, &input)) {
+        read = ReadAll(stdin, &input);
+        if (read == ReadResult::kError) {
             return UsageError(kCommand, std::string("cannot read standard input: ") + std::strerror(errno));
         }
     } else {
         File file(std::fopen(files[0].c_str(), "rb"));
-        if (!file || !ReadAll(file.get(), &input)) {
+        if (file) read = ReadAll(file.get(), &input);
+        if (read == ReadResult::kError) {
             return UsageError(kCommand, "cannot read '" + files[0] + "': " + std::strerror(errno));
         }
     }
-    if (input.size() > static_cast<std::size_t>(INT_MAX)) {
-        return UsageError(kCommand, "input too large (more than 2 GB)");
-    }
-    if (fromCodePage == kUtf16Le && input.size() % 2 != 0) {
+    if (read == ReadResult::kTooLarge) return UsageError(kCommand, "input too large (more than 2 GB)");
+    if (fromCodePage == kUtf16Le && input.GetLength() % 2 != 0) {
         std::fprintf(stderr, "zelutil %s: the input is not UTF-16LE: odd number of bytes\n", kCommand);
         return kExitFailure;
     }
 
-    WideText wide;
-    std::string output;
+    CZelStringW wide;
+    CZelStringA output;
     if (!Decode(input, fromCodePage, &wide) || !Encode(wide, toCodePage, &output)) {
         std::fprintf(stderr, "zelutil %s: conversion failed (error %u)\n", kCommand,
                      static_cast<unsigned>(GetLastError()));
@@ -158,13 +172,15 @@ int RunConvert(const Args& args) {
     }
 
     if (files.size() < 2 || files[1] == "-") {
-        if (std::fwrite(output.data(), 1, output.size(), stdout) != output.size() || std::fflush(stdout) != 0) {
+        const auto size = static_cast<std::size_t>(output.GetLength());
+        if (std::fwrite(output.GetString(), 1, size, stdout) != size || std::fflush(stdout) != 0) {
             return UsageError(kCommand, std::string("cannot write standard output: ") + std::strerror(errno));
         }
         return kExitOk;
     }
     File file(std::fopen(files[1].c_str(), "wb"));
-    bool written = file && std::fwrite(output.data(), 1, output.size(), file.get()) == output.size();
+    const auto size = static_cast<std::size_t>(output.GetLength());
+    bool written = file && std::fwrite(output.GetString(), 1, size, file.get()) == size;
     if (file && std::fclose(file.release()) != 0) written = false;
     if (!written) return UsageError(kCommand, "cannot write '" + files[1] + "': " + std::strerror(errno));
     return kExitOk;

@@ -3,4 +3,6 @@
 list(APPEND ZEL_SOURCES
   text/zel_encoding.cpp
   text/zel_printf.cpp
+  text/zel_string.cpp
+  text/zel_utf.cpp
 )
