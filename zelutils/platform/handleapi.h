@@ -16,4 +16,11 @@
 /// live; TRUE, doing nothing, for INVALID_HANDLE_VALUE, which is also the
 /// current process's pseudo-handle.
 ZEL_API BOOL CloseHandle(HANDLE object);
+/// Makes a second handle to the same object (sharing, for a file, the file
+/// pointer). On POSIX both processes must be GetCurrentProcess() (else 6) and
+/// options must hold DUPLICATE_SAME_ACCESS (else 87); DUPLICATE_CLOSE_SOURCE
+/// closes the source handle. The object lives until its last handle is closed.
+ZEL_API BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE sourceHandle, HANDLE targetProcess,
+                             LPHANDLE targetHandle, DWORD desiredAccess, BOOL inheritHandle,
+                             DWORD options);
 #endif

@@ -5,7 +5,9 @@
 if(WIN32)
   set(ZEL_PLATFORM_SOURCES
     platform/win32/debugapi_win32.cpp
+    platform/win32/fault_injection_win32.cpp
     platform/win32/libloaderapi_win32.cpp
+    platform/win32/native_path_win32.cpp
     platform/win32/stringapiset_win32.cpp
     platform/win32/winuser_win32.cpp
   )
@@ -13,16 +15,21 @@ else()
   set(ZEL_PLATFORM_SOURCES
     platform/posix/debugapi_posix.cpp
     platform/posix/errhandlingapi_posix.cpp
+    platform/posix/fault_injection_posix.cpp
+    platform/posix/fileapi_posix.cpp
     platform/posix/handle_table.cpp
     platform/posix/handleapi_posix.cpp
     platform/posix/iconv_codec.cpp
     platform/posix/libloaderapi_posix.cpp
+    platform/posix/native_path_posix.cpp
     platform/posix/oleauto_posix.cpp
     platform/posix/processthreadsapi_posix.cpp
     platform/posix/stderr_text.cpp
     platform/posix/stringapiset_posix.cpp
     platform/posix/sysinfoapi_posix.cpp
+    platform/posix/timezoneapi_posix.cpp
     platform/posix/utf8_codec.cpp
+    platform/posix/winbase_posix.cpp
     platform/posix/winuser_posix.cpp
   )
 endif()

@@ -1,5 +1,7 @@
-// CloseHandle over the handle table.
+// CloseHandle and DuplicateHandle over the handle table.
 #include "zelutils/platform/handleapi.h"
+
+#include "zelutils/platform/errhandlingapi.h"
 
 #include "zelutils/platform/posix/handle_table.h"
 #include "zelutils/platform/processthreadsapi.h"
@@ -10,4 +12,28 @@ BOOL CloseHandle(HANDLE object) {
     // CreateFileW result unchecked succeeds there, and must here too.
     if (object == GetCurrentProcess()) return TRUE;
     return zel_platform::posix::RemoveObject(object) ? TRUE : FALSE;
+}
+
+BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE sourceHandle, HANDLE targetProcess,
+                     LPHANDLE targetHandle, DWORD /*desiredAccess*/, BOOL /*inheritHandle*/,
+                     DWORD options) {
+    // Only the current process exists here, named by its pseudo handle.
+    if (sourceProcess != INVALID_HANDLE_VALUE || targetProcess != INVALID_HANDLE_VALUE) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    if (targetHandle == nullptr || (options & DUPLICATE_SAME_ACCESS) == 0) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    // Both handles name one object, as on Windows: a file's pointer, access
+    // and delete-on-close state are shared, and it closes with its last handle.
+    std::shared_ptr<zel_platform::posix::KernelObject> object =
+        (options & DUPLICATE_CLOSE_SOURCE) != 0 ? zel_platform::posix::RemoveObject(sourceHandle)
+                                                : zel_platform::posix::FindAnyObject(sourceHandle);
+    if (!object) return FALSE;
+    HANDLE duplicate = zel_platform::posix::InsertObject(std::move(object));
+    if (duplicate == nullptr) return FALSE;
+    *targetHandle = duplicate;
+    return TRUE;
 }

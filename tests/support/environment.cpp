@@ -1,0 +1,31 @@
+#include "tests/support/environment.h"
+
+#include <cstdlib>
+
+namespace zel_test {
+namespace {
+
+void Set(const std::string& name, const char* value) {
+#ifdef _WIN32
+    _putenv_s(name.c_str(), value != nullptr ? value : "");
+#else
+    if (value != nullptr) {
+        setenv(name.c_str(), value, 1);
+    } else {
+        unsetenv(name.c_str());
+    }
+#endif
+}
+
+}  // namespace
+
+ScopedEnvironment::ScopedEnvironment(const char* name, const char* value) : name_(name) {
+    const char* saved = std::getenv(name);
+    wasSet_ = saved != nullptr;
+    if (wasSet_) saved_ = saved;
+    Set(name_, value);
+}
+
+ScopedEnvironment::~ScopedEnvironment() { Set(name_, wasSet_ ? saved_.c_str() : nullptr); }
+
+}  // namespace zel_test

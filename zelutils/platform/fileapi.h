@@ -1,0 +1,187 @@
+/// @file
+/// Files, folders and directory searches under their Win32 names. Paths are
+/// UTF-16 and accept both `\` and `/` as separators. Failures return the
+/// call's sentinel (FALSE, INVALID_HANDLE_VALUE, INVALID_SET_FILE_POINTER,
+/// ...) and leave a Win32 error number in the last error: 2 file not found,
+/// 3 path not found, 5 access denied (also a folder opened as a file), 6 stale
+/// handle, 80 file exists, 112 disk full, 206 name too long, 223 file too large.
+///
+/// On POSIX share modes are accepted but not enforced (POSIX cannot deny
+/// sharing to other openers), and every I/O is synchronous.
+#pragma once
+
+#include "zelutils/platform/windef.h"
+#include "zelutils/zel_api.h"
+
+#ifndef _WIN32
+#define CREATE_NEW 1
+#define CREATE_ALWAYS 2
+#define OPEN_EXISTING 3
+#define OPEN_ALWAYS 4
+#define TRUNCATE_EXISTING 5
+
+#define GENERIC_READ 0x80000000u
+#define GENERIC_WRITE 0x40000000u
+#define GENERIC_EXECUTE 0x20000000u
+#define GENERIC_ALL 0x10000000u
+#define FILE_READ_DATA 0x0001u
+#define FILE_WRITE_DATA 0x0002u
+#define FILE_APPEND_DATA 0x0004u
+#define FILE_READ_ATTRIBUTES 0x0080u
+#define FILE_WRITE_ATTRIBUTES 0x0100u
+
+#define FILE_SHARE_READ 0x1u
+#define FILE_SHARE_WRITE 0x2u
+#define FILE_SHARE_DELETE 0x4u
+
+#define FILE_ATTRIBUTE_READONLY 0x1u
+#define FILE_ATTRIBUTE_HIDDEN 0x2u
+#define FILE_ATTRIBUTE_SYSTEM 0x4u
+#define FILE_ATTRIBUTE_DIRECTORY 0x10u
+#define FILE_ATTRIBUTE_ARCHIVE 0x20u
+#define FILE_ATTRIBUTE_NORMAL 0x80u
+#define FILE_ATTRIBUTE_TEMPORARY 0x100u
+#define FILE_ATTRIBUTE_REPARSE_POINT 0x400u
+
+#define FILE_FLAG_WRITE_THROUGH 0x80000000u
+#define FILE_FLAG_OVERLAPPED 0x40000000u
+#define FILE_FLAG_NO_BUFFERING 0x20000000u
+#define FILE_FLAG_RANDOM_ACCESS 0x10000000u
+#define FILE_FLAG_SEQUENTIAL_SCAN 0x08000000u
+#define FILE_FLAG_DELETE_ON_CLOSE 0x04000000u
+#define FILE_FLAG_BACKUP_SEMANTICS 0x02000000u
+
+#define FILE_BEGIN 0
+#define FILE_CURRENT 1
+#define FILE_END 2
+
+#define INVALID_SET_FILE_POINTER ((DWORD)-1)
+#define INVALID_FILE_SIZE ((DWORD)0xFFFFFFFF)
+#define INVALID_FILE_ATTRIBUTES ((DWORD)-1)
+
+typedef struct _SECURITY_ATTRIBUTES {
+    DWORD nLength;
+    LPVOID lpSecurityDescriptor;
+    BOOL bInheritHandle;
+} SECURITY_ATTRIBUTES, *PSECURITY_ATTRIBUTES, *LPSECURITY_ATTRIBUTES;
+
+typedef struct _OVERLAPPED {
+    ULONG_PTR Internal;
+    ULONG_PTR InternalHigh;
+    union {
+        struct {
+            DWORD Offset;
+            DWORD OffsetHigh;
+        } s;
+        PVOID Pointer;
+    } u;
+    HANDLE hEvent;
+} OVERLAPPED, *LPOVERLAPPED;
+
+typedef struct _BY_HANDLE_FILE_INFORMATION {
+    DWORD dwFileAttributes;
+    FILETIME ftCreationTime;
+    FILETIME ftLastAccessTime;
+    FILETIME ftLastWriteTime;
+    DWORD dwVolumeSerialNumber;
+    DWORD nFileSizeHigh;
+    DWORD nFileSizeLow;
+    DWORD nNumberOfLinks;
+    DWORD nFileIndexHigh;
+    DWORD nFileIndexLow;
+} BY_HANDLE_FILE_INFORMATION, *LPBY_HANDLE_FILE_INFORMATION;
+
+typedef struct _WIN32_FIND_DATAW {
+    DWORD dwFileAttributes;
+    FILETIME ftCreationTime;
+    FILETIME ftLastAccessTime;
+    FILETIME ftLastWriteTime;
+    DWORD nFileSizeHigh;
+    DWORD nFileSizeLow;
+    DWORD dwReserved0;
+    DWORD dwReserved1;
+    WCHAR cFileName[MAX_PATH];
+    WCHAR cAlternateFileName[14];
+} WIN32_FIND_DATAW, *PWIN32_FIND_DATAW, *LPWIN32_FIND_DATAW;
+
+/// Opens or creates a file (or, with FILE_FLAG_BACKUP_SEMANTICS, a folder).
+/// On success the last error is 0, or 183 when OPEN_ALWAYS or CREATE_ALWAYS
+/// found the file already there. CREATE_NEW on an existing file fails with
+/// 80; a folder without FILE_FLAG_BACKUP_SEMANTICS fails with 5. On POSIX,
+/// FILE_ATTRIBUTE_HIDDEN, FILE_ATTRIBUTE_TEMPORARY and FILE_FLAG_OVERLAPPED
+/// are accepted and have no effect; FILE_ATTRIBUTE_READONLY makes a new file
+/// read-only. Returns INVALID_HANDLE_VALUE on failure.
+ZEL_API HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode,
+                           LPSECURITY_ATTRIBUTES securityAttributes, DWORD creationDisposition,
+                           DWORD flagsAndAttributes, HANDLE templateFile);
+/// Reads up to `toRead` bytes at the file pointer. At end of file it succeeds
+/// with 0 bytes read, as Windows does for synchronous reads. Needs read
+/// access (else 5). `overlapped` must be null on POSIX (else 87).
+ZEL_API BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read,
+                      LPOVERLAPPED overlapped);
+/// Writes all `toWrite` bytes at the file pointer; on failure *written holds
+/// what did reach the file. Needs write access (else 5). `overlapped` must
+/// be null on POSIX (else 87).
+ZEL_API BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written,
+                       LPOVERLAPPED overlapped);
+/// Moves the file pointer and returns the low word of the new position (the
+/// high word goes to *distanceHigh when given). A low word of all ones is a
+/// legal result when the last error is 0. Without distanceHigh, a position
+/// past 4 GB fails with 87; a position before the start fails with 131.
+ZEL_API DWORD SetFilePointer(HANDLE file, LONG distance, PLONG distanceHigh, DWORD moveMethod);
+/// The 64-bit form of SetFilePointer.
+ZEL_API BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition,
+                              DWORD moveMethod);
+/// The low word of the file size (the high word to *sizeHigh when given).
+/// The last error is 0 on success, so an all-ones low word can be told apart.
+ZEL_API DWORD GetFileSize(HANDLE file, LPDWORD sizeHigh);
+/// Cuts or extends the file at the file pointer. Needs write access.
+ZEL_API BOOL SetEndOfFile(HANDLE file);
+/// Writes the file's data through to the device. Needs write access.
+ZEL_API BOOL FlushFileBuffers(HANDLE file);
+/// Attributes (0x10 for a folder, 0x1 read-only, 0x80 otherwise), times, size,
+/// link count, volume and file index of an open file.
+ZEL_API BOOL GetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION information);
+/// Sets the times that are not null. Needs FILE_WRITE_ATTRIBUTES or write
+/// access. On POSIX the creation time cannot be set and is ignored.
+ZEL_API BOOL SetFileTime(HANDLE file, const FILETIME* creationTime, const FILETIME* lastAccessTime,
+                         const FILETIME* lastWriteTime);
+
+/// Starts a directory search. `*` and `?` (ASCII case-insensitive, as on
+/// Windows) are wildcards in the last component; a pattern ending in ".*"
+/// also matches names without a dot. A path without wildcards finds that
+/// entry itself. The order of entries is the file system's. Fails with 2
+/// (nothing matches) or 3 (the folder is missing).
+ZEL_API HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData);
+/// The next match of a search; FALSE with 18 when there is none.
+ZEL_API BOOL FindNextFileW(HANDLE findFile, LPWIN32_FIND_DATAW findData);
+/// Ends a search. Only search handles are accepted (else 6).
+ZEL_API BOOL FindClose(HANDLE findFile);
+
+/// Deletes a file; a folder fails with 5.
+ZEL_API BOOL DeleteFileW(LPCWSTR fileName);
+/// Creates one folder; 183 when something of that name exists.
+ZEL_API BOOL CreateDirectoryW(LPCWSTR pathName, LPSECURITY_ATTRIBUTES securityAttributes);
+/// Removes an empty folder; 145 when it is not empty, 267 when it is a file.
+ZEL_API BOOL RemoveDirectoryW(LPCWSTR pathName);
+/// The attributes of a file or folder, or INVALID_FILE_ATTRIBUTES.
+ZEL_API DWORD GetFileAttributesW(LPCWSTR fileName);
+
+/// Copies the folder for temporary files, ending in a separator, into buffer
+/// and returns its length; when bufferLength is too small, returns the
+/// length needed including the terminator and writes nothing. On POSIX the
+/// folder is $TMPDIR, or /tmp.
+ZEL_API DWORD GetTempPathW(DWORD bufferLength, LPWSTR buffer);
+/// Forms "<path>\<up to 3 prefix characters><hex unique>.TMP" into tempFileName
+/// (MAX_PATH units). With unique 0 it picks a number not yet used, creates
+/// the file exclusively (so nothing can be slipped in under that name) and
+/// returns the number; otherwise it only forms the name. 0 on failure.
+ZEL_API UINT GetTempFileNameW(LPCWSTR pathName, LPCWSTR prefixString, UINT unique,
+                              LPWSTR tempFileName);
+
+/// Converts a file time to local time (on POSIX: with the offset of the time
+/// zone in force at that instant, TZ included).
+ZEL_API BOOL FileTimeToLocalFileTime(const FILETIME* fileTime, LPFILETIME localFileTime);
+/// Converts a local file time back to UTC; the inverse of FileTimeToLocalFileTime.
+ZEL_API BOOL LocalFileTimeToFileTime(const FILETIME* localFileTime, LPFILETIME fileTime);
+#endif

@@ -1,0 +1,658 @@
+// Files, folders and directory searches over POSIX descriptors, with the
+// Win32 dispositions, error numbers and end-of-file reporting.
+#include "zelutils/platform/fileapi.h"
+
+#include "zelutils/platform/errhandlingapi.h"
+#include "zelutils/platform/posix/file_time.h"
+#include "zelutils/platform/posix/handle_table.h"
+#include "zelutils/platform/posix/path_conversion.h"
+#include "zelutils/platform/posix/system_calls.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
+#include <memory>
+#include <string>
+
+namespace zel_platform::posix {
+namespace {
+
+constexpr DWORD kReadAccess = GENERIC_READ | GENERIC_ALL | FILE_READ_DATA;
+constexpr DWORD kWriteAccess = GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA | FILE_APPEND_DATA;
+constexpr DWORD kAttributeAccess = kWriteAccess | FILE_WRITE_ATTRIBUTES;
+
+bool SameFile(const struct statx& a, const struct statx& b) {
+    return a.stx_ino == b.stx_ino && a.stx_dev_major == b.stx_dev_major &&
+           a.stx_dev_minor == b.stx_dev_minor;
+}
+
+// An open descriptor. Duplicated handles share the object, so the descriptor
+// is closed (and a delete-on-close file removed) when the last handle goes.
+class FileObject final : public KernelObject {
+public:
+    FileObject(int fd, DWORD access, bool regular, std::string deleteOnClosePath)
+        : KernelObject(ObjectKind::File),
+          fd_(fd),
+          access_(access),
+          regular_(regular),
+          deletePath_(std::move(deleteOnClosePath)) {}
+
+    ~FileObject() override {
+        if (!deletePath_.empty()) UnlinkIfStillThisFile();
+        sys::Close(fd_);
+    }
+
+    int Fd() const { return fd_; }
+    bool Allows(DWORD rights) const { return (access_ & rights) != 0; }
+    // Regular files are read until the count is met or the end is reached;
+    // other files (pipes, devices) return what one read gives, as on Windows.
+    bool Regular() const { return regular_; }
+
+private:
+    // The name may have been renamed away or reused since the open.
+    void UnlinkIfStillThisFile() {
+        struct statx named {};
+        struct statx open {};
+        if (sys::Stat(AT_FDCWD, deletePath_.c_str(), AT_SYMLINK_NOFOLLOW, &named) == 0 &&
+            sys::Stat(fd_, "", AT_EMPTY_PATH, &open) == 0 && SameFile(named, open)) {
+            sys::Unlink(deletePath_.c_str());
+        }
+    }
+
+    int fd_;
+    DWORD access_;
+    bool regular_;
+    std::string deletePath_;
+};
+
+std::shared_ptr<FileObject> FileOf(HANDLE file) { return Find<FileObject>(file, ObjectKind::File); }
+
+// Looks up the file and checks the access the call needs (5 without it).
+std::shared_ptr<FileObject> FileWithAccess(HANDLE file, DWORD rights) {
+    std::shared_ptr<FileObject> object = FileOf(file);
+    if (object && !object->Allows(rights)) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return nullptr;
+    }
+    return object;
+}
+
+// The common start of ReadFile and WriteFile: the count done is 0 until
+// known, the handle must allow the transfer, and I/O is synchronous only.
+std::shared_ptr<FileObject> BeginTransfer(HANDLE file, DWORD rights, LPCVOID buffer, DWORD count,
+                                          LPDWORD done, LPOVERLAPPED overlapped) {
+    if (done != nullptr) *done = 0;
+    std::shared_ptr<FileObject> object = FileWithAccess(file, rights);
+    if (object && (overlapped != nullptr || (buffer == nullptr && count != 0))) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    return object;
+}
+
+// Reports the bytes moved, also on failure (errno then tells why).
+BOOL EndTransfer(DWORD total, LPDWORD done, bool succeeded) {
+    if (done != nullptr) *done = total;
+    if (succeeded) return TRUE;
+    SetLastErrorFromErrno(errno);
+    return FALSE;
+}
+
+bool Fail(DWORD error) {
+    SetLastError(error);
+    return false;
+}
+
+bool FailFromErrno() {
+    SetLastErrorFromErrno(errno);
+    return false;
+}
+
+FILETIME FileTimeOf(const struct statx_timestamp& time) {
+    return posix::FileTimeOf(time.tv_sec, static_cast<long>(time.tv_nsec));
+}
+
+DWORD AttributesOf(const struct statx& status) {
+    DWORD attributes = 0;
+    if (S_ISDIR(status.stx_mode)) attributes |= FILE_ATTRIBUTE_DIRECTORY;
+    if ((status.stx_mode & S_IWUSR) == 0) attributes |= FILE_ATTRIBUTE_READONLY;
+    if (S_ISLNK(status.stx_mode)) attributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+    return attributes == 0 ? FILE_ATTRIBUTE_NORMAL : attributes;
+}
+
+// The birth time where the file system records one, else the last change.
+FILETIME CreationTimeOf(const struct statx& status) {
+    return FileTimeOf((status.stx_mask & STATX_BTIME) != 0 ? status.stx_btime : status.stx_ctime);
+}
+
+std::string AbsolutePath(const std::string& path) {
+    if (!path.empty() && path[0] == '/') return path;
+    char* cwd = getcwd(nullptr, 0);
+    if (cwd == nullptr) return path;
+    std::string absolute = std::string(cwd) + "/" + path;
+    std::free(cwd);
+    return absolute;
+}
+
+// Opens with a Win32 disposition. *existed tells, for OPEN_ALWAYS and
+// CREATE_ALWAYS, that the file was there before.
+int OpenWithDisposition(const std::string& path, int flags, DWORD disposition, mode_t mode,
+                        bool* existed) {
+    switch (disposition) {
+    case CREATE_NEW:
+        return sys::Open(path.c_str(), flags | O_CREAT | O_EXCL, mode);
+    case OPEN_EXISTING:
+        return sys::Open(path.c_str(), flags, 0);
+    case TRUNCATE_EXISTING:
+        return sys::Open(path.c_str(), flags | O_TRUNC, 0);
+    default:
+        break;
+    }
+    // OPEN_ALWAYS, CREATE_ALWAYS: the existing file first, else an exclusive
+    // create, so "it was there" is never a guess. A file that comes and goes
+    // between the two steps sends us round again; after a few rounds (or for
+    // a dangling link, which neither step accepts) a plain create decides.
+    int truncate = disposition == CREATE_ALWAYS ? O_TRUNC : 0;
+    for (int round = 0; round < 8; ++round) {
+        int fd = sys::Open(path.c_str(), flags | truncate, 0);
+        if (fd >= 0) {
+            *existed = true;
+            return fd;
+        }
+        if (errno != ENOENT) return -1;
+        fd = sys::Open(path.c_str(), flags | O_CREAT | O_EXCL, mode);
+        if (fd >= 0 || errno != EEXIST) return fd;
+    }
+    return sys::Open(path.c_str(), flags | O_CREAT | truncate, mode);
+}
+
+// Moves the file pointer. `within32Bits`: the caller cannot receive a
+// position past 4 GB, so such a move is refused and undone.
+bool MovePointer(HANDLE file, LONGLONG distance, DWORD method, bool within32Bits,
+                 LONGLONG* position) {
+    std::shared_ptr<FileObject> object = FileOf(file);
+    if (!object) return false;
+    if (method > FILE_END) return Fail(ERROR_INVALID_PARAMETER);
+    static_assert(FILE_BEGIN == SEEK_SET && FILE_CURRENT == SEEK_CUR && FILE_END == SEEK_END,
+                  "move methods are the lseek origins");
+    off_t previous = within32Bits ? sys::Seek(object->Fd(), 0, SEEK_CUR) : 0;
+    off_t result = sys::Seek(object->Fd(), distance, static_cast<int>(method));
+    if (result < 0) {
+        // With a valid origin, EINVAL means a position before the start.
+        return Fail(errno == EINVAL ? ERROR_NEGATIVE_SEEK : ErrorFromErrno(errno));
+    }
+    if (within32Bits && result > 0xFFFFFFFFLL) {
+        sys::Seek(object->Fd(), previous, SEEK_SET);
+        return Fail(ERROR_INVALID_PARAMETER);
+    }
+    *position = result;
+    return true;
+}
+
+bool StatusOf(HANDLE file, struct statx* status) {
+    std::shared_ptr<FileObject> object = FileOf(file);
+    if (!object) return false;
+    return sys::Stat(object->Fd(), "", AT_EMPTY_PATH, status) == 0 || FailFromErrno();
+}
+
+// ---- directory searches -------------------------------------------------
+
+WCHAR FoldAscii(WCHAR c) { return (c >= u'A' && c <= u'Z') ? static_cast<WCHAR>(c + 32) : c; }
+
+// `*` any run, `?` one unit; ASCII letters compare without case.
+bool MatchesPattern(const WideString& pattern, std::size_t patternEnd, const WideString& name) {
+    std::size_t p = 0, n = 0;
+    std::size_t starP = WideString::npos, starN = 0;
+    while (n < name.size()) {
+        if (p < patternEnd && pattern[p] == u'*') {
+            starP = p++;
+            starN = n;
+        } else if (p < patternEnd &&
+                   (pattern[p] == u'?' || FoldAscii(pattern[p]) == FoldAscii(name[n]))) {
+            ++p;
+            ++n;
+        } else if (starP != WideString::npos) {
+            p = starP + 1;
+            n = ++starN;
+        } else {
+            return false;
+        }
+    }
+    while (p < patternEnd && pattern[p] == u'*') ++p;
+    return p == patternEnd;
+}
+
+// "name.*" also finds "name", and "*.*" finds every name, dotted or not.
+bool Matches(const WideString& pattern, const WideString& name) {
+    std::size_t size = pattern.size();
+    if (MatchesPattern(pattern, size, name)) return true;
+    return size >= 2 && pattern[size - 2] == u'.' && pattern[size - 1] == u'*' &&
+           MatchesPattern(pattern, size - 2, name);
+}
+
+void FillFindData(const WideString& name, const struct statx& status, LPWIN32_FIND_DATAW data) {
+    *data = WIN32_FIND_DATAW{};
+    data->dwFileAttributes = AttributesOf(status);
+    data->ftCreationTime = CreationTimeOf(status);
+    data->ftLastAccessTime = FileTimeOf(status.stx_atime);
+    data->ftLastWriteTime = FileTimeOf(status.stx_mtime);
+    data->nFileSizeHigh = static_cast<DWORD>(status.stx_size >> 32);
+    data->nFileSizeLow = static_cast<DWORD>(status.stx_size);
+    std::size_t length = name.size() < MAX_PATH - 1 ? name.size() : MAX_PATH - 1;
+    name.copy(data->cFileName, length);
+}
+
+// A search in progress: the open folder and the pattern of its last
+// component. A search for one named entry has no folder and no next entry.
+class SearchObject final : public KernelObject {
+public:
+    SearchObject(DIR* folder, WideString pattern)
+        : KernelObject(ObjectKind::Find), folder_(folder), pattern_(std::move(pattern)) {}
+
+    ~SearchObject() override {
+        if (folder_ != nullptr) sys::CloseDirectory(folder_);
+    }
+
+    // The next matching entry; false with 18 at the end, or the error.
+    bool Next(LPWIN32_FIND_DATAW data) {
+        if (folder_ == nullptr) return Fail(ERROR_NO_MORE_FILES);
+        for (;;) {
+            dirent* entry = sys::ReadDirectory(folder_);
+            if (entry == nullptr) return errno == 0 ? Fail(ERROR_NO_MORE_FILES) : FailFromErrno();
+            WideString name =
+                FromNativeText(entry->d_name, std::char_traits<char>::length(entry->d_name));
+            if (!Matches(pattern_, name)) continue;
+            struct statx status {};
+            // A dangling link is still listed, as the link itself.
+            if (sys::Stat(dirfd(folder_), entry->d_name, 0, &status) != 0 &&
+                sys::Stat(dirfd(folder_), entry->d_name, AT_SYMLINK_NOFOLLOW, &status) != 0) {
+                continue;  // gone since readdir
+            }
+            FillFindData(name, status, data);
+            return true;
+        }
+    }
+
+private:
+    DIR* folder_;
+    WideString pattern_;
+};
+
+// The library-side last component of a path (after the last `\` or `/`).
+std::size_t LastComponentStart(const WCHAR* path) {
+    std::size_t start = 0;
+    for (std::size_t i = 0; path[i] != 0; ++i) {
+        if (path[i] == u'\\' || path[i] == u'/') start = i + 1;
+    }
+    return start;
+}
+
+// ---- temporary names ----------------------------------------------------
+
+void AppendHex(WideString& out, UINT value) {
+    static const char kDigits[] = "0123456789ABCDEF";
+    WCHAR digits[8];
+    int count = 0;
+    do {
+        digits[count++] = static_cast<WCHAR>(kDigits[value & 0xF]);
+        value >>= 4;
+    } while (value != 0);
+    while (count > 0) out += digits[--count];
+}
+
+WideString TempFileName(const WideString& stem, UINT unique) {
+    WideString name = stem;
+    AppendHex(name, unique);
+    name += u".TMP";
+    return name;
+}
+
+}  // namespace
+}  // namespace zel_platform::posix
+
+using namespace zel_platform::posix;
+using zel_platform::ErrorFromErrno;
+using zel_platform::SetLastErrorFromErrno;
+
+HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD /*shareMode: not enforceable*/,
+                   LPSECURITY_ATTRIBUTES /*securityAttributes*/, DWORD creationDisposition,
+                   DWORD flagsAndAttributes, HANDLE /*templateFile*/) {
+    bool read = (desiredAccess & kReadAccess) != 0;
+    bool write = (desiredAccess & kWriteAccess) != 0;
+    if (fileName == nullptr || creationDisposition < CREATE_NEW ||
+        creationDisposition > TRUNCATE_EXISTING ||
+        (creationDisposition == TRUNCATE_EXISTING && !write)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return INVALID_HANDLE_VALUE;
+    }
+    std::string path = ToNativePath(fileName);
+    int flags = (read && write) ? O_RDWR : write ? O_WRONLY : O_RDONLY;
+    flags |= O_CLOEXEC;
+    if ((flagsAndAttributes & FILE_FLAG_WRITE_THROUGH) != 0) flags |= O_DSYNC;
+    mode_t mode = (flagsAndAttributes & FILE_ATTRIBUTE_READONLY) != 0 ? 0444 : 0666;
+    bool backupSemantics = (flagsAndAttributes & FILE_FLAG_BACKUP_SEMANTICS) != 0;
+
+    bool existed = false;
+    int fd = OpenWithDisposition(path, flags, creationDisposition, mode, &existed);
+    if (fd < 0 && errno == EISDIR && backupSemantics && creationDisposition != CREATE_ALWAYS &&
+        creationDisposition != TRUNCATE_EXISTING) {
+        // A folder handle carries no data access; the rights are still recorded.
+        fd = sys::Open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+        existed = true;
+    }
+    if (fd < 0) {
+        SetLastError(PathError(errno, path));
+        return INVALID_HANDLE_VALUE;
+    }
+    struct statx status {};
+    if (sys::Stat(fd, "", AT_EMPTY_PATH, &status) != 0) {
+        int error = errno;
+        sys::Close(fd);
+        SetLastErrorFromErrno(error);
+        return INVALID_HANDLE_VALUE;
+    }
+    if (S_ISDIR(status.stx_mode) && !backupSemantics) {
+        sys::Close(fd);
+        SetLastError(ERROR_ACCESS_DENIED);
+        return INVALID_HANDLE_VALUE;
+    }
+    std::string deletePath;
+    if ((flagsAndAttributes & FILE_FLAG_DELETE_ON_CLOSE) != 0) deletePath = AbsolutePath(path);
+    HANDLE handle = InsertObject(std::make_shared<FileObject>(
+        fd, desiredAccess, S_ISREG(status.stx_mode), std::move(deletePath)));
+    if (handle == nullptr) return INVALID_HANDLE_VALUE;  // the object closed the descriptor
+    bool reportExisting =
+        existed && (creationDisposition == OPEN_ALWAYS || creationDisposition == CREATE_ALWAYS);
+    SetLastError(reportExisting ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
+    return handle;
+}
+
+BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped) {
+    std::shared_ptr<FileObject> object =
+        BeginTransfer(file, kReadAccess, buffer, toRead, read, overlapped);
+    if (!object) return FALSE;
+    DWORD total = 0;
+    while (total < toRead) {
+        ssize_t count = sys::Read(object->Fd(), static_cast<char*>(buffer) + total, toRead - total);
+        if (count < 0) return EndTransfer(total, read, false);
+        total += static_cast<DWORD>(count);
+        if (count == 0 || !object->Regular()) break;
+    }
+    return EndTransfer(total, read, true);
+}
+
+BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written,
+               LPOVERLAPPED overlapped) {
+    std::shared_ptr<FileObject> object =
+        BeginTransfer(file, kWriteAccess, buffer, toWrite, written, overlapped);
+    if (!object) return FALSE;
+    DWORD total = 0;
+    while (total < toWrite) {
+        ssize_t count =
+            sys::Write(object->Fd(), static_cast<const char*>(buffer) + total, toWrite - total);
+        // A write that makes no progress would be retried for ever: the
+        // device is out of room.
+        if (count == 0) errno = ENOSPC;
+        if (count <= 0) return EndTransfer(total, written, false);
+        total += static_cast<DWORD>(count);
+    }
+    return EndTransfer(total, written, true);
+}
+
+DWORD SetFilePointer(HANDLE file, LONG distance, PLONG distanceHigh, DWORD moveMethod) {
+    LONGLONG move = distance;
+    if (distanceHigh != nullptr) {
+        move = static_cast<LONGLONG>(
+            (static_cast<ULONGLONG>(static_cast<DWORD>(*distanceHigh)) << 32) |
+            static_cast<DWORD>(distance));
+    }
+    LONGLONG position = 0;
+    if (!MovePointer(file, move, moveMethod, distanceHigh == nullptr, &position)) {
+        return INVALID_SET_FILE_POINTER;
+    }
+    if (distanceHigh != nullptr) *distanceHigh = static_cast<LONG>(position >> 32);
+    // Cleared so that an all-ones low word can be told from a failure.
+    SetLastError(ERROR_SUCCESS);
+    return static_cast<DWORD>(position);
+}
+
+BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition,
+                      DWORD moveMethod) {
+    LONGLONG position = 0;
+    if (!MovePointer(file, distance.QuadPart, moveMethod, false, &position)) return FALSE;
+    if (newPosition != nullptr) newPosition->QuadPart = position;
+    return TRUE;
+}
+
+DWORD GetFileSize(HANDLE file, LPDWORD sizeHigh) {
+    struct statx status {};
+    if (!StatusOf(file, &status)) return INVALID_FILE_SIZE;
+    if (sizeHigh != nullptr) *sizeHigh = static_cast<DWORD>(status.stx_size >> 32);
+    SetLastError(ERROR_SUCCESS);
+    return static_cast<DWORD>(status.stx_size);
+}
+
+BOOL SetEndOfFile(HANDLE file) {
+    std::shared_ptr<FileObject> object = FileWithAccess(file, kWriteAccess);
+    if (!object) return FALSE;
+    off_t position = sys::Seek(object->Fd(), 0, SEEK_CUR);
+    if (position < 0 || sys::Truncate(object->Fd(), position) != 0) return FailFromErrno();
+    return TRUE;
+}
+
+BOOL FlushFileBuffers(HANDLE file) {
+    std::shared_ptr<FileObject> object = FileWithAccess(file, kWriteAccess);
+    if (!object) return FALSE;
+    return sys::Sync(object->Fd()) == 0 || FailFromErrno();
+}
+
+BOOL GetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION information) {
+    struct statx status {};
+    if (!StatusOf(file, &status)) return FALSE;
+    if (information == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    information->dwFileAttributes = AttributesOf(status);
+    information->ftCreationTime = CreationTimeOf(status);
+    information->ftLastAccessTime = FileTimeOf(status.stx_atime);
+    information->ftLastWriteTime = FileTimeOf(status.stx_mtime);
+    information->dwVolumeSerialNumber = (status.stx_dev_major << 20) | status.stx_dev_minor;
+    information->nFileSizeHigh = static_cast<DWORD>(status.stx_size >> 32);
+    information->nFileSizeLow = static_cast<DWORD>(status.stx_size);
+    information->nNumberOfLinks = status.stx_nlink;
+    information->nFileIndexHigh = static_cast<DWORD>(status.stx_ino >> 32);
+    information->nFileIndexLow = static_cast<DWORD>(status.stx_ino);
+    return TRUE;
+}
+
+BOOL SetFileTime(HANDLE file, const FILETIME* /*creationTime: POSIX keeps no settable one*/,
+                 const FILETIME* lastAccessTime, const FILETIME* lastWriteTime) {
+    std::shared_ptr<FileObject> object = FileWithAccess(file, kAttributeAccess);
+    if (!object) return FALSE;
+    struct timespec times[2];
+    const FILETIME* requested[2] = {lastAccessTime, lastWriteTime};
+    for (int i = 0; i < 2; ++i) {
+        if (requested[i] == nullptr) {
+            times[i].tv_sec = 0;
+            times[i].tv_nsec = UTIME_OMIT;
+        } else if (TicksOf(*requested[i]) >= kMaxFileTime) {
+            return Fail(ERROR_INVALID_PARAMETER);
+        } else {
+            times[i] = TimespecOf(TicksOf(*requested[i]));
+        }
+    }
+    return sys::SetTimes(object->Fd(), times) == 0 || FailFromErrno();
+}
+
+HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData) {
+    if (fileName == nullptr || findData == nullptr) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return INVALID_HANDLE_VALUE;
+    }
+    std::size_t start = LastComponentStart(fileName);
+    WideString pattern(fileName + start);
+    if (pattern.empty()) {
+        // "folder\" names no entry to find.
+        SetLastError(ERROR_FILE_NOT_FOUND);
+        return INVALID_HANDLE_VALUE;
+    }
+    std::string path = ToNativePath(fileName);
+    std::shared_ptr<SearchObject> search;
+    if (pattern.find_first_of(u"*?") == WideString::npos) {
+        struct statx status {};
+        if (sys::Stat(AT_FDCWD, path.c_str(), 0, &status) != 0 &&
+            sys::Stat(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, &status) != 0) {
+            SetLastError(PathError(errno, path));
+            return INVALID_HANDLE_VALUE;
+        }
+        FillFindData(pattern, status, findData);
+        search = std::make_shared<SearchObject>(nullptr, std::move(pattern));
+    } else {
+        std::string folder =
+            start == 0 ? std::string(".") : ToNativePath(WideString(fileName, start).c_str());
+        DIR* directory = sys::OpenDirectory(folder.c_str());
+        if (directory == nullptr) {
+            // A folder that cannot be listed for want of existence is a bad path.
+            SetLastError(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
+            return INVALID_HANDLE_VALUE;
+        }
+        search = std::make_shared<SearchObject>(directory, std::move(pattern));
+        if (!search->Next(findData)) {
+            if (GetLastError() == ERROR_NO_MORE_FILES) SetLastError(ERROR_FILE_NOT_FOUND);
+            return INVALID_HANDLE_VALUE;
+        }
+    }
+    HANDLE handle = InsertObject(std::move(search));
+    return handle == nullptr ? INVALID_HANDLE_VALUE : handle;
+}
+
+BOOL FindNextFileW(HANDLE findFile, LPWIN32_FIND_DATAW findData) {
+    std::shared_ptr<SearchObject> search = Find<SearchObject>(findFile, ObjectKind::Find);
+    if (!search) return FALSE;
+    if (findData == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    return search->Next(findData);
+}
+
+BOOL FindClose(HANDLE findFile) {
+    if (!FindObject(findFile, ObjectKind::Find)) return FALSE;
+    return RemoveObject(findFile) ? TRUE : FALSE;
+}
+
+BOOL DeleteFileW(LPCWSTR fileName) {
+    if (fileName == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    std::string path = ToNativePath(fileName);
+    if (sys::Unlink(path.c_str()) == 0) return TRUE;
+    return Fail(PathError(errno, path));
+}
+
+BOOL CreateDirectoryW(LPCWSTR pathName, LPSECURITY_ATTRIBUTES /*securityAttributes*/) {
+    if (pathName == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    std::string path = ToNativePath(pathName);
+    if (sys::MakeDirectory(path.c_str(), 0777) == 0) return TRUE;
+    return Fail(errno == EEXIST ? ERROR_ALREADY_EXISTS : PathError(errno, path));
+}
+
+BOOL RemoveDirectoryW(LPCWSTR pathName) {
+    if (pathName == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    std::string path = ToNativePath(pathName);
+    if (sys::RemoveDirectory(path.c_str()) == 0) return TRUE;
+    int error = errno;
+    struct statx status {};
+    if (error == ENOTDIR && sys::Stat(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, &status) == 0) {
+        return Fail(ERROR_DIRECTORY);  // the name is a file, not a folder on the way
+    }
+    return Fail(PathError(error, path));
+}
+
+DWORD GetFileAttributesW(LPCWSTR fileName) {
+    if (fileName == nullptr) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return INVALID_FILE_ATTRIBUTES;
+    }
+    std::string path = ToNativePath(fileName);
+    struct statx status {};
+    if (sys::Stat(AT_FDCWD, path.c_str(), 0, &status) != 0) {
+        SetLastError(PathError(errno, path));
+        return INVALID_FILE_ATTRIBUTES;
+    }
+    return AttributesOf(status);
+}
+
+DWORD GetTempPathW(DWORD bufferLength, LPWSTR buffer) {
+    const char* folder = std::getenv("TMPDIR");
+    std::string path = (folder != nullptr && *folder != 0) ? folder : "/tmp";
+    if (path.back() != '/') path += '/';
+    return CopyOrMeasure(FromNativeText(path.data(), path.size()), buffer, bufferLength);
+}
+
+UINT GetTempFileNameW(LPCWSTR pathName, LPCWSTR prefixString, UINT unique, LPWSTR tempFileName) {
+    if (pathName == nullptr || tempFileName == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    WideString stem(pathName);
+    if (!stem.empty() && stem.back() != u'\\' && stem.back() != u'/') stem += u'/';
+    for (int i = 0; prefixString != nullptr && i < 3 && prefixString[i] != 0; ++i)
+        stem += prefixString[i];
+    // Room for four hex digits, ".TMP" and the terminator, as Windows demands.
+    if (stem.size() + 9 > MAX_PATH) return Fail(ERROR_FILENAME_EXCED_RANGE);
+
+    if (unique != 0) {
+        unique &= 0xFFFF;
+        WideString name = TempFileName(stem, unique);
+        name.copy(tempFileName, name.size());
+        tempFileName[name.size()] = 0;
+        return unique;
+    }
+    // Start somewhere different in each process and at each moment, then
+    // walk the 65535 numbers; O_EXCL makes each try an atomic claim.
+    auto now = std::chrono::steady_clock::now().time_since_epoch().count();
+    UINT start = static_cast<UINT>((now ^ (static_cast<long long>(getpid()) << 16)) % 0xFFFF) + 1;
+    for (UINT step = 0; step < 0xFFFF; ++step) {
+        UINT number = (start - 1 + step) % 0xFFFF + 1;
+        WideString name = TempFileName(stem, number);
+        std::string path = ToNativePath(name.c_str());
+        int fd = sys::Open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        if (fd >= 0) {
+            sys::Close(fd);
+            name.copy(tempFileName, name.size());
+            tempFileName[name.size()] = 0;
+            return number;
+        }
+        if (errno != EEXIST) return Fail(PathError(errno, path));
+    }
+    return Fail(ERROR_FILE_EXISTS);
+}
+
+BOOL FileTimeToLocalFileTime(const FILETIME* fileTime, LPFILETIME localFileTime) {
+    if (fileTime == nullptr || localFileTime == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    ULONGLONG ticks = TicksOf(*fileTime);
+    if (ticks >= kMaxFileTime) return Fail(ERROR_INVALID_PARAMETER);
+    time_t seconds = TimespecOf(ticks).tv_sec;
+    struct tm local {};
+    tzset();  // a TZ changed since the last conversion counts, as it does for mktime
+    if (localtime_r(&seconds, &local) == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    LONGLONG shifted =
+        static_cast<LONGLONG>(ticks) + local.tm_gmtoff * static_cast<LONGLONG>(kTicksPerSecond);
+    if (shifted < 0) return Fail(ERROR_INVALID_PARAMETER);
+    *localFileTime = zel_platform::posix::FileTimeOf(static_cast<ULONGLONG>(shifted));
+    return TRUE;
+}
+
+BOOL LocalFileTimeToFileTime(const FILETIME* localFileTime, LPFILETIME fileTime) {
+    if (fileTime == nullptr || localFileTime == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    ULONGLONG ticks = TicksOf(*localFileTime);
+    if (ticks >= kMaxFileTime) return Fail(ERROR_INVALID_PARAMETER);
+    // The local fields, read as if they were UTC, go through mktime, which
+    // knows the offset in force at that local time (DST included).
+    time_t localSeconds = TimespecOf(ticks).tv_sec;
+    struct tm fields {};
+    if (gmtime_r(&localSeconds, &fields) == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    fields.tm_isdst = -1;
+    time_t utcSeconds = mktime(&fields);
+    LONGLONG shifted =
+        static_cast<LONGLONG>(ticks) -
+        static_cast<LONGLONG>(localSeconds - utcSeconds) * static_cast<LONGLONG>(kTicksPerSecond);
+    if (shifted < 0 || static_cast<ULONGLONG>(shifted) >= kMaxFileTime)
+        return Fail(ERROR_INVALID_PARAMETER);
+    *fileTime = zel_platform::posix::FileTimeOf(static_cast<ULONGLONG>(shifted));
+    return TRUE;
+}

@@ -1,0 +1,21 @@
+/// @file
+/// Renaming files and folders under their Win32 names.
+#pragma once
+
+#include "zelutils/platform/windef.h"
+#include "zelutils/zel_api.h"
+
+#ifndef _WIN32
+#define MOVEFILE_REPLACE_EXISTING 0x1u
+#define MOVEFILE_COPY_ALLOWED 0x2u
+#define MOVEFILE_WRITE_THROUGH 0x8u
+
+/// Renames a file or folder; fails with 183 when the new name exists. Where
+/// the file system can, the check and the rename are one atomic step.
+ZEL_API BOOL MoveFileW(LPCWSTR existingFileName, LPCWSTR newFileName);
+/// Renames, replacing an existing file with MOVEFILE_REPLACE_EXISTING (in one
+/// atomic step on POSIX). MOVEFILE_WRITE_THROUGH also flushes the folder so
+/// the rename survives a power loss. MOVEFILE_COPY_ALLOWED is refused (87):
+/// a move across file systems fails with 17.
+ZEL_API BOOL MoveFileExW(LPCWSTR existingFileName, LPCWSTR newFileName, DWORD flags);
+#endif
