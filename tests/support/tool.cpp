@@ -28,10 +28,12 @@ std::filesystem::path ToolPath() {
     return std::filesystem::exists(tool, error) ? tool : std::filesystem::path();
 }
 
-int RunTool(const std::string& arguments, const std::string& errorsPath) {
+int RunTool(const std::string& arguments, const std::string& outputPath,
+            const std::string& errorsPath) {
     std::filesystem::path tool = ToolPath();
     if (tool.empty()) return -1;
-    std::string command = "\"" + tool.string() + "\" " + arguments + " 2>\"" + errorsPath + "\"";
+    std::string command = "\"" + tool.string() + "\" " + arguments + " >\"" + outputPath +
+                          "\" 2>\"" + errorsPath + "\"";
 #ifdef _WIN32
     // cmd /c drops the first and the last quote of a line that starts with
     // one; an outer pair keeps the program's own quotes.

@@ -12,8 +12,10 @@ namespace zel_test {
 std::filesystem::path ToolPath();
 
 /// Runs zelutil through the system's command interpreter with arguments
-/// (quoted with double quotes where needed) and its stderr sent to the file
-/// errorsPath. Returns its exit code, or -1 when it could not be run.
-int RunTool(const std::string& arguments, const std::string& errorsPath);
+/// (quoted with double quotes where needed), its stdout sent to the file
+/// outputPath and its stderr to errorsPath. Returns its exit code, or -1
+/// when it could not be run.
+int RunTool(const std::string& arguments, const std::string& outputPath,
+            const std::string& errorsPath);
 
 }  // namespace zel_test

@@ -21,9 +21,11 @@ protected:
     /// Runs zelutil with arguments; returns its exit code and keeps what it
     /// wrote to stderr in Errors().
     int Run(const std::string& arguments) {
+        const std::string output = PathOf("stdout.txt");
         const std::string errors = PathOf("stderr.txt");
-        const int status = zel_test::RunTool(arguments, errors);
+        const int status = zel_test::RunTool(arguments, output, errors);
         errors_ = Read(errors);
+        std::filesystem::remove(output);
         std::filesystem::remove(errors);
         return status;
     }
