@@ -12,7 +12,7 @@ MAKEFLAGS += --no-print-directory
 
 CONFIGURE = cmake -S . -B $(BUILD) -DZEL_SANITIZE=$(SANITIZE) -DZEL_WERROR=$(WERROR) $(CMAKE_ARGS)
 
-.PHONY: all bootstrap build demo test test-windows bench install clean
+.PHONY: all bootstrap build demo test test-windows bench fuzz install clean
 
 all: build
 
@@ -42,6 +42,20 @@ bench:
 	@scripts/bootstrap.sh bench
 	@cmake -S . -B $(BENCH_BUILD) -DCMAKE_BUILD_TYPE=Release -DZEL_BUILD_TESTS=OFF -DZEL_BUILD_BENCH=ON $(CMAKE_ARGS) >/dev/null
 	@cmake --build $(BENCH_BUILD) -j$(JOBS) --target run-bench
+
+# Runs each fuzz target on a copy of its seed corpus for FUZZ_SECONDS.
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 30
+fuzz:
+	@scripts/bootstrap.sh fuzz
+	@CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DZEL_BUILD_FUZZ=ON -DZEL_BUILD_TESTS=OFF -DZEL_BUILD_TOOLS=OFF \
+		-DBUILD_SHARED_LIBS=OFF -DZEL_SANITIZE=address,undefined -DZEL_FUZZ_INSTRUMENT=ON >/dev/null
+	@cmake --build $(FUZZ_BUILD) -j$(JOBS)
+	@for target in $(FUZZ_BUILD)/fuzz/*_fuzz; do \
+		name=$$(basename $$target _fuzz); work=$(FUZZ_BUILD)/corpus-$$name; \
+		mkdir -p $$work && cp -n fuzz/corpus/$$name/* $$work/ 2>/dev/null; \
+		$$target -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 $$work 2>&1 | tail -n 12 || exit 1; \
+	done
 
 install: build
 	@cmake --install $(BUILD) --prefix $(PREFIX)

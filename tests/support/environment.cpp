@@ -1,9 +1,18 @@
 #include "tests/support/environment.h"
 
 #include <cstdlib>
+#include <ctime>
 
 namespace zel_test {
 namespace {
+
+void RereadTimeZone() {
+#ifdef _WIN32
+    _tzset();
+#else
+    tzset();
+#endif
+}
 
 void Set(const std::string& name, const char* value) {
 #ifdef _WIN32
@@ -27,5 +36,15 @@ ScopedEnvironment::ScopedEnvironment(const char* name, const char* value) : name
 }
 
 ScopedEnvironment::~ScopedEnvironment() { Set(name_, wasSet_ ? saved_.c_str() : nullptr); }
+
+ScopedTimeZone::ScopedTimeZone(const char* rule) {
+    tz_.emplace("TZ", rule);
+    RereadTimeZone();
+}
+
+ScopedTimeZone::~ScopedTimeZone() {
+    tz_.reset();
+    RereadTimeZone();
+}
 
 }  // namespace zel_test

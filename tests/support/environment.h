@@ -1,6 +1,7 @@
 // Setting an environment variable for the length of a test.
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace zel_test {
@@ -18,6 +19,19 @@ private:
     std::string name_;
     std::string saved_;
     bool wasSet_;
+};
+
+/// Sets the time zone rule TZ (e.g. "CET-1CEST,M3.5.0,M10.5.0/3") for the
+/// length of a test, making the C library reread it on the way in and out.
+class ScopedTimeZone {
+public:
+    explicit ScopedTimeZone(const char* rule);
+    ~ScopedTimeZone();
+    ScopedTimeZone(const ScopedTimeZone&) = delete;
+    ScopedTimeZone& operator=(const ScopedTimeZone&) = delete;
+
+private:
+    std::optional<ScopedEnvironment> tz_;
 };
 
 }  // namespace zel_test

@@ -2,10 +2,20 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 
 namespace zel_test {
 
+namespace {
+constexpr const char* kFolderVariable = "ZEL_TEST_FOLDER";
+}  // namespace
+
 void TempFolderTest::SetUp() {
+    if (const char* inherited = std::getenv(kFolderVariable)) {
+        // A death-test child: the parent made the folder and cleans it up.
+        folder_ = inherited;
+        return;
+    }
     static std::atomic<unsigned> counter{0};
     const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
     std::string name = std::string("zel-") + info->test_suite_name() + "-" + info->name() + "-" +
@@ -16,9 +26,12 @@ void TempFolderTest::SetUp() {
     }
     folder_ = std::filesystem::temp_directory_path() / name;
     std::filesystem::create_directories(folder_);
+    inheritedByChildren_.emplace(kFolderVariable, folder_.string().c_str());
 }
 
 void TempFolderTest::TearDown() {
+    if (!inheritedByChildren_) return;
+    inheritedByChildren_.reset();
     std::error_code error;
     bool empty = std::filesystem::is_empty(folder_, error);
     std::string leftovers;

@@ -3,14 +3,19 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/environment.h"
+
 #include <filesystem>
+#include <optional>
 #include <string>
 
 namespace zel_test {
 
 /// Test fixture base: Folder() is a new empty folder made for this test. At
 /// teardown the test fails if anything is left in it; the folder is removed
-/// either way.
+/// either way. A death-test child that runs the test again in a new process
+/// gets its parent's folder (passed down in ZEL_TEST_FOLDER), so both sides
+/// see the same files.
 class TempFolderTest : public ::testing::Test {
 protected:
     void SetUp() override;
@@ -22,6 +27,7 @@ protected:
 
 private:
     std::filesystem::path folder_;
+    std::optional<ScopedEnvironment> inheritedByChildren_;
 };
 
 }  // namespace zel_test

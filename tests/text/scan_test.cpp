@@ -76,9 +76,9 @@ TEST(ScanNumbers, SizesCoverTheirWholeRangeAndWrapBeyondIt) {
     long long ll = 0;
     EXPECT_EQ(ScanText("-5000000000", "%lld", &ll), 1);
     EXPECT_EQ(ll, -5000000000LL);
-    long l = 0;
+    LONG l = 0;  // l is 32 bits, as in the Windows runtimes
     EXPECT_EQ(ScanText("-123456", "%ld", &l), 1);
-    EXPECT_EQ(l, -123456L);
+    EXPECT_EQ(l, -123456);
     unsigned u = 0;
     EXPECT_EQ(ScanText("4294967295", "%u", &u), 1);
     EXPECT_EQ(u, UINT_MAX);

@@ -1,51 +1,18 @@
 // zelutil convert, run as a script would run it.
-#include "tests/support/temp_folder.h"
-#include "tests/support/tool.h"
+#include "tests/tool/tool_test.h"
+#include "zelutils/platform/windef.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
 
 namespace {
-
-class ConvertCommand : public zel_test::TempFolderTest {
-protected:
-    void SetUp() override {
-        TempFolderTest::SetUp();
-        if (zel_test::ToolPath().empty()) GTEST_SKIP() << "the zelutil tool is not built next to the tests";
-    }
-
-    /// Runs zelutil with arguments; returns its exit code and keeps what it
-    /// wrote to stderr in Errors().
-    int Run(const std::string& arguments) {
-        const std::string output = PathOf("stdout.txt");
-        const std::string errors = PathOf("stderr.txt");
-        const int status = zel_test::RunTool(arguments, output, errors);
-        errors_ = Read(errors);
-        std::filesystem::remove(output);
-        std::filesystem::remove(errors);
-        return status;
-    }
-
-    const std::string& Errors() const { return errors_; }
-
-    static std::string Read(const std::string& path) {
-        std::ifstream file(path, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-    }
-
-    void Write(const std::string& path, const std::string& bytes) {
-        std::ofstream(path, std::ios::binary) << bytes;
-    }
-
-    std::string Quoted(const std::string& name) const { return "\"" + PathOf(name) + "\""; }
-
-private:
-    std::string errors_;
-};
+class ConvertCommand : public zel_test::ToolTest {};
+}  // namespace
 
 TEST_F(ConvertCommand, ConvertsBetweenCodePagesAndRoundTrips) {
     const std::string cp1252("caf\xE9 \x80 \x9C\r\n", 10);
@@ -68,5 +35,3 @@ TEST_F(ConvertCommand, BadCodePagesAndFilesExitWithUsageErrors) {
     EXPECT_NE(Errors().find("cannot read '" + PathOf("none.txt") + "': "), std::string::npos) << Errors();
     EXPECT_EQ(Run("convert --to utf8"), 2);
 }
-
-}  // namespace

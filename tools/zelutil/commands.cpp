@@ -30,6 +30,16 @@ const std::vector<Command>& Commands() {
          "usage: zelutil base64 [FILE]\n\nWrites the Base64 text (RFC 4648, no line breaks) of "
          "FILE, or of standard input when FILE is missing or -, followed by a newline.\n",
          RunBase64},
+        {"path", "print the folders the library computes for this program",
+         "usage: zelutil path\n\nPrints the program, application, data, work, geoids and geo folders.\n",
+         RunPath},
+        {"ini", "read and change INI settings files",
+         "usage: zelutil ini dump FILE\n"
+         "       zelutil ini get FILE SECTION KEY      (exit 1 when the key is missing)\n"
+         "       zelutil ini set FILE SECTION KEY VALUE (keeps the file's encoding, writes atomically)\n"
+         "       zelutil ini convert FILE --to utf8|utf16|ansi\n\n"
+         "Sections and keys are printed as UTF-8. Errors name the file and the reason (exit 2).\n",
+         RunIni},
     };
     return commands;
 }

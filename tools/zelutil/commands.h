@@ -32,5 +32,10 @@ int RunDemo(const Args& args);
 int RunConvert(const Args& args);
 int RunEncoding(const Args& args);
 int RunBase64(const Args& args);
+int RunPath(const Args& args);
+int RunIni(const Args& args);
+
+/// Prints the folders the library computes for the running program.
+void PrintFolders();
 
 }  // namespace zelutil

@@ -1,9 +1,20 @@
-// zelutil demo: the library's typical request on the sample data.
+// zelutil demo: the library's typical request on the sample data. The host
+// points the folder register at its data folder, loads its settings (a
+// UTF-16 INI file), logs what it does, formats the values it read, changes
+// a setting and saves the file back atomically in UTF-8, and converts a
+// Windows-1252 text on the way.
 #include "tools/zelutil/commands.h"
 
+#include "zelutils/diag/log_file.h"
+#include "zelutils/fs/application_folders.h"
 #include "zelutils/platform/win32.h"
+#include "zelutils/settings/ini_file.h"
+#include "zelutils/text/zel_encoding.h"
+#include "zelutils/text/zel_number_format.h"
+#include "zelutils/text/zel_utf.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -11,43 +22,114 @@
 namespace zelutil {
 namespace {
 
-/// Windows-1252 text as a Western European host would read it, turned into
-/// UTF-8 in memory through UTF-16.
+using zel_text::CZelStringUtf8;
+using zel_text::CZelStringW;
+
+std::string Utf8(const CZelStringW& text) { return CZelStringUtf8(text).GetString(); }
+
+std::string ReadFileBytes(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+// The demo's data folder: a fresh folder under the system's temporary folder.
+CZelStringW MakeDataFolder() {
+    WCHAR temp[MAX_PATH + 1] = {};
+    DWORD length = GetTempPathW(MAX_PATH, temp);
+    CZelStringW folder(temp, static_cast<int>(length));
+    folder.TrimRight(ZW("/\\"));
+    folder += ZW("/zelutil-demo");
+    CreateDirectoryW(folder.GetString(), nullptr);
+    return folder;
+}
+
+CZelStringW Setting(const zel_settings::IniSections& table, const WCHAR* section, const WCHAR* key) {
+    auto found = table.find(CZelStringW(section));
+    if (found == table.end()) return CZelStringW();
+    auto value = found->second.find(CZelStringW(key));
+    return value == found->second.end() ? CZelStringW() : value->second;
+}
+
+bool DemoSettings(const CZelStringW& dataFolder) {
+    const std::string sample = ZEL_EXAMPLES_DIR "/job-settings.ini";
+    std::string bytes = ReadFileBytes(sample);
+    std::size_t bomLength = 0;
+    auto encoding = zel_text::DetectTextEncoding(bytes.data(), bytes.size(), &bomLength);
+    std::printf("settings: %s, %zu bytes, encoding %u (byte-order mark of %zu bytes)\n", sample.c_str(),
+                bytes.size(), static_cast<unsigned>(encoding), bomLength);
+
+    zel_settings::IniSections table;
+    if (!zel_settings::LoadIniFile(CZelStringUtf8(sample.c_str()).ToWide(), table)) {
+        std::fprintf(stderr, "zelutil demo: cannot load '%s' (error %u)\n", sample.c_str(),
+                     static_cast<unsigned>(GetLastError()));
+        return false;
+    }
+    zel_core::logPrintfW(ZW("Loaded %d sections from %S"), static_cast<int>(table.size()), sample.c_str());
+    std::printf("  job: %s, operator: %s\n", Utf8(Setting(table, ZW("Job"), ZW("Name"))).c_str(),
+                Utf8(Setting(table, ZW("Job"), ZW("Operator"))).c_str());
+
+    double latitude = std::strtod(Utf8(Setting(table, ZW("Station"), ZW("Latitude"))).c_str(), nullptr);
+    double height = std::strtod(Utf8(Setting(table, ZW("Station"), ZW("Height"))).c_str(), nullptr);
+    DWORD colour = 0;
+    zel_text::ParseColor(Setting(table, ZW("Station"), ZW("Colour")), colour);
+    SYSTEMTIME created{};
+    zel_text::ParseDateTime(Setting(table, ZW("Job"), ZW("Created")), created);
+    std::printf("  station latitude %s (d:m:s %s), height %s m, colour 0x%06X, created %04u-%02u-%02u\n",
+                Utf8(zel_text::FormatWithPrecision(latitude, 3)).c_str(),
+                Utf8(zel_text::FormatDegreesMinutesSeconds(latitude)).c_str(),
+                Utf8(zel_text::FormatWithoutTrailingZeros(height)).c_str(), static_cast<unsigned>(colour),
+                created.wYear, created.wMonth, created.wDay);
+
+    table[CZelStringW(ZW("Job"))][CZelStringW(ZW("Status"))] = ZW("opened by zelutil demo");
+    CZelStringW saved = dataFolder + ZW("/job-settings.ini");
+    if (!zel_settings::SaveIniFileAtomic(saved, table, zel_settings::kIniUtf8)) {
+        std::fprintf(stderr, "zelutil demo: cannot save '%s' (error %u)\n", Utf8(saved).c_str(),
+                     static_cast<unsigned>(GetLastError()));
+        return false;
+    }
+    zel_settings::IniSections reloaded;
+    bool same = zel_settings::LoadIniFile(saved, reloaded) && reloaded == table;
+    zel_core::logPrintfW(ZW("Saved settings to %ls (%ls)"), saved.GetString(), same ? ZW("verified") : ZW("DIFFERENT"));
+    std::printf("  saved with a new key as UTF-8 to %s: %s\n", Utf8(saved).c_str(),
+                same ? "reloaded, identical" : "reloaded, DIFFERENT");
+    return same;
+}
+
 bool DemoCodePages() {
     const std::string path = ZEL_EXAMPLES_DIR "/sample-1252.txt";
-    std::ifstream file(path, std::ios::binary);
-    const std::string input((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    if (!file || input.empty()) {
+    std::string input = ReadFileBytes(path);
+    if (input.empty()) {
         std::fprintf(stderr, "zelutil demo: cannot read '%s'\n", path.c_str());
         return false;
     }
-    // A single-byte code page gives one unit per byte, and a unit gives at
-    // most 3 bytes of UTF-8.
-    std::basic_string<WCHAR> wide(input.size(), 0);
-    const int units = MultiByteToWideChar(1252, 0, input.data(), static_cast<int>(input.size()), wide.data(),
-                                          static_cast<int>(wide.size()));
-    std::string utf8(wide.size() * 3, '\0');
-    const int bytes = units <= 0 ? 0
-                                 : WideCharToMultiByte(CP_UTF8, 0, wide.data(), units, utf8.data(),
-                                                       static_cast<int>(utf8.size()), nullptr, nullptr);
-    if (units <= 0 || bytes <= 0) {
+    CZelStringW wide(input.data(), static_cast<int>(input.size()), 1252);
+    CZelStringUtf8 utf8(wide);
+    if (wide.IsEmpty() || utf8.IsEmpty()) {
         std::fprintf(stderr, "zelutil demo: code-page conversion failed (error %u)\n",
                      static_cast<unsigned>(GetLastError()));
         return false;
     }
-    utf8.resize(static_cast<std::size_t>(bytes));
-    const std::string firstLine = utf8.substr(0, utf8.find_first_of("\r\n"));
+    std::string text = utf8.GetString();
     std::printf("code pages: sample-1252.txt, %zu bytes of Windows-1252 -> %d UTF-16 units -> %d bytes of UTF-8\n",
-                input.size(), units, bytes);
-    std::printf("  first line: %s\n", firstLine.c_str());
+                input.size(), wide.GetLength(), utf8.GetLength());
+    std::printf("  first line: %s\n", text.substr(0, text.find_first_of("\r\n")).c_str());
+    zel_core::logPrintf("Converted %d bytes of code page 1252", static_cast<int>(input.size()));
     return true;
 }
 
 }  // namespace
 
 int RunDemo(const Args&) {
-    std::puts("zelutil demo: the library is loaded");
-    return DemoCodePages() ? kExitOk : kExitFailure;
+    CZelStringW dataFolder = MakeDataFolder();
+    zel::folders::GetApplicationFileNameBuilder().SetDataFolder(dataFolder, 0);
+    std::puts("folders:");
+    PrintFolders();
+    zel_core::logPrintf("zelutil demo started");
+    bool ok = DemoSettings(dataFolder) && DemoCodePages();
+    zel_core::logPrintf("zelutil demo %s", ok ? "finished" : "failed");
+    zel_core::logFlush();
+    std::printf("log: %s\n", Utf8(zel_core::logFilePath()).c_str());
+    return ok ? kExitOk : kExitFailure;
 }
 
 }  // namespace zelutil

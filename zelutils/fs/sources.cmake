@@ -1,4 +1,6 @@
 # Files and streams: the platform file layer and what is built on it.
 list(APPEND ZEL_SOURCES
+  fs/application_folders.cpp
   fs/platform_file.cpp
+  fs/streams.cpp
 )

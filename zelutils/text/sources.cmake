@@ -2,6 +2,7 @@
 # marks and Base64.
 list(APPEND ZEL_SOURCES
   text/zel_encoding.cpp
+  text/zel_number_format.cpp
   text/zel_printf.cpp
   text/zel_string.cpp
   text/zel_utf.cpp

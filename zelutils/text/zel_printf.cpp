@@ -57,7 +57,7 @@ enum class Size : std::uint8_t {
     kNone,
     kChar,      // hh
     kShort,     // h
-    kLong,      // l
+    kLong,      // l: 32 bits with integers (LONG), as in the Windows runtimes
     kLongLong,  // ll
     kInt32,     // I32
     kInt64,     // I64, j
@@ -309,12 +309,11 @@ std::uint64_t NextInteger(ArgList& args, Size size, bool isSigned) {
             return isSigned ? static_cast<std::uint64_t>(static_cast<short>(v)) : static_cast<unsigned short>(v);
         }
         case Size::kLong:
-            return isSigned ? static_cast<std::uint64_t>(args.Next<long>()) : args.Next<unsigned long>();
+        case Size::kInt32:
+            return isSigned ? static_cast<std::uint64_t>(args.Next<std::int32_t>()) : args.Next<std::uint32_t>();
         case Size::kLongLong:
         case Size::kLongDouble:
             return isSigned ? static_cast<std::uint64_t>(args.Next<long long>()) : args.Next<unsigned long long>();
-        case Size::kInt32:
-            return isSigned ? static_cast<std::uint64_t>(args.Next<std::int32_t>()) : args.Next<std::uint32_t>();
         case Size::kInt64:
             return isSigned ? static_cast<std::uint64_t>(args.Next<std::int64_t>()) : args.Next<std::uint64_t>();
         case Size::kPointer:
@@ -627,9 +626,9 @@ void StoreInteger(void* target, Size size, std::uint64_t v) {
     switch (size) {
         case Size::kChar: *static_cast<unsigned char*>(target) = static_cast<unsigned char>(v); return;
         case Size::kShort: *static_cast<unsigned short*>(target) = static_cast<unsigned short>(v); return;
-        case Size::kLong: *static_cast<unsigned long*>(target) = static_cast<unsigned long>(v); return;
         case Size::kLongLong:
         case Size::kLongDouble: *static_cast<unsigned long long*>(target) = v; return;
+        case Size::kLong:
         case Size::kInt32: *static_cast<std::uint32_t*>(target) = static_cast<std::uint32_t>(v); return;
         case Size::kInt64: *static_cast<std::uint64_t*>(target) = v; return;
         case Size::kPointer: *static_cast<std::size_t*>(target) = static_cast<std::size_t>(v); return;

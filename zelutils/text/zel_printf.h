@@ -5,7 +5,8 @@
 /// scanf-style format goes through ScanText.
 ///
 /// Formatting takes flags `- + space # 0`, width and precision (also `*`),
-/// the sizes `hh h l ll L I I32 I64 z j t w` and the conversions
+/// the sizes `hh h l ll L I I32 I64 z j t w` (`l` with integers is the
+/// 32-bit LONG of the Windows runtimes, on every platform) and the conversions
 /// `d i u o x X c C s S f F e E g G a A p %`. In a narrow format `%s`/`%c`
 /// take narrow text and `%S`/`%C` wide text; in a wide format the reverse.
 /// `%hs`/`%hc` are always narrow, `%ls`/`%lc`/`%ws`/`%wc` always wide. Text

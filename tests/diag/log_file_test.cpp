@@ -1,0 +1,277 @@
+// The process log. Each case runs in a child process (a death test that
+// exits normally), because the log is process-wide and is closed, with its
+// last line, only when the process ends.
+#include "zelutils/diag/log_file.h"
+
+#include "tests/support/environment.h"
+#include "tests/support/temp_folder.h"
+#include "zelutils/diag/checks.h"
+#include "zelutils/fs/application_folders.h"
+#include "zelutils/platform/win32.h"
+#include "zelutils/text/zel_utf.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <thread>
+#include <vector>
+
+using namespace zel_core;
+
+namespace {
+
+const std::string kBom = "\xEF\xBB\xBF";
+// True when line begins "hh:mm:ss.mmm ; tttttttt ; " (digits, lower-case hex).
+bool HasPrefix(const std::string& line) {
+    static const char kShape[] = "99:99:99.999 ; xxxxxxxx ; ";
+    if (line.size() < 26) return false;
+    for (std::size_t i = 0; i < 26; ++i) {
+        char c = line[i];
+        bool ok = kShape[i] == '9'   ? (c >= '0' && c <= '9')
+                  : kShape[i] == 'x' ? ((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'))
+                                     : c == kShape[i];
+        if (!ok) return false;
+    }
+    return true;
+}
+
+std::string ReadAll(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::size_t start = 0;
+    for (std::size_t end; (end = text.find("\r\n", start)) != std::string::npos; start = end + 2) {
+        lines.push_back(text.substr(start, end - start));
+    }
+    return lines;
+}
+
+// Text of a line after its time and thread prefix.
+std::string Body(const std::string& line) { return line.size() >= 26 ? line.substr(26) : std::string(); }
+
+// Ticks the test controls, for the batching rule.
+std::atomic<DWORD> gTicks{100000};
+DWORD TestTicks() { return gTicks.load(); }
+
+class LogTest : public zel_test::TempFolderTest {
+protected:
+    void SetUp() override {
+        zel_test::TempFolderTest::SetUp();
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+    }
+    void TearDown() override {
+        for (const auto& entry : std::filesystem::directory_iterator(Folder())) {
+            std::filesystem::remove_all(entry.path());
+        }
+        zel_test::TempFolderTest::TearDown();
+    }
+    // In the child: the log goes to this test's folder.
+    void UseFolder() const {
+        zel::folders::GetApplicationFileNameBuilder().SetDataFolder(
+            zel_text::CZelStringUtf8(Folder().string().c_str()).ToWide(), 0);
+    }
+    std::string Stem() const {
+        return zel_text::CZelStringUtf8(zel::folders::GetProgramFilePath()).GetString();
+    }
+    std::filesystem::path LogFileNumber(int number) const {
+        std::string program = Stem();
+        std::string name = program.substr(program.find_last_of('/') + 1);
+        return Folder() / (name.substr(0, name.rfind('.') == std::string::npos ? name.size() : name.rfind('.')) +
+                           std::to_string(number) + ".log.txt");
+    }
+    std::string LogOfFirstRun() const { return ReadAll(LogFileNumber(1)); }
+};
+
+// Ends the child: 0 when every check held, 1 (with the reason) otherwise.
+[[noreturn]] void Finish(bool ok, const std::string& reason) {
+    if (!ok) std::fprintf(stderr, "check failed: %s\n", reason.c_str());
+    std::exit(ok ? 0 : 1);
+}
+
+}  // namespace
+
+TEST_F(LogTest, ElevenRunsUseTenFilesInTurnEachWholeAndClosed) {
+    for (int run = 1; run <= 11; ++run) {
+        EXPECT_EXIT(
+            {
+                UseFolder();
+                logPrintf("run %d", run);
+                std::exit(0);
+            },
+            ::testing::ExitedWithCode(0), "");
+    }
+    for (int number = 1; number <= 10; ++number) {
+        std::string text = ReadAll(LogFileNumber(number));
+        ASSERT_EQ(text.substr(0, 3), kBom) << number;
+        std::vector<std::string> lines = Lines(text.substr(3));
+        ASSERT_EQ(lines.size(), 3u) << number;
+        unsigned year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, millisecond = 0;
+        char utc[4] = {};
+        std::string start = Body(lines[0]);
+        EXPECT_TRUE(HasPrefix(lines[0]) && start.rfind("Program ", 0) == 0 &&
+                    std::sscanf(start.c_str() + start.find(" started on "), " started on %4u/%2u/%2u %2u:%2u:%2u.%3u %3s",
+                                &year, &month, &day, &hour, &minute, &second, &millisecond, utc) == 8 &&
+                    std::string(utc) == "UTC" && year >= 2020 && month >= 1 && month <= 12)
+            << lines[0];
+        int expectedRun = number == 1 ? 11 : number;
+        EXPECT_EQ(Body(lines[1]), "run " + std::to_string(expectedRun)) << "the reused file is emptied first";
+        EXPECT_EQ(Body(lines[2]), "Logging finished");
+    }
+    EXPECT_FALSE(std::filesystem::exists(LogFileNumber(11)));
+}
+
+TEST_F(LogTest, LowLevelAndHighCategoriesWriteNothing) {
+    EXPECT_EXIT(
+        {
+            UseFolder();
+            logPrintfLow("low %d", 1);
+            logPrintfLowW(ZW("low wide"));
+            logPrintfCat(4, "category %d", 4);
+            logPrintfCatW(99, ZW("category 99"));
+            logPrintfCat(3, "category %d", 3);
+            logPrintfCatW(0, ZW("category %ls"), ZW("zero"));
+            logPrintfW(ZW("wide %S and %s"), "narrow", ZW("w\u00E9de"));
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
+    std::vector<std::string> lines = Lines(LogOfFirstRun().substr(3));
+    ASSERT_EQ(lines.size(), 5u);
+    EXPECT_EQ(Body(lines[1]), "category 3");
+    EXPECT_EQ(Body(lines[2]), "category zero");
+    EXPECT_EQ(Body(lines[3]), "wide narrow and w\xC3\xA9" "de");
+}
+
+TEST_F(LogTest, BytesAreLoggedWithZerosSpelledOut) {
+    auto child = [this] {
+        UseFolder();
+        const unsigned char data[] = {0x41, 0x00, 0x42};
+        logBytes("rx ", data, 3);
+        std::exit(0);
+    };
+    EXPECT_EXIT(child(), ::testing::ExitedWithCode(0), "");
+    std::vector<std::string> lines = Lines(LogOfFirstRun().substr(3));
+    ASSERT_GE(lines.size(), 2u);
+    EXPECT_EQ(Body(lines[1]), "rx A\\0B");
+}
+
+TEST_F(LogTest, APauseWritesAtOnceAndABurstWaitsForAKilobyte) {
+    EXPECT_EXIT(
+        {
+            zel_platform::SetTickSource(TestTicks);
+            UseFolder();
+            logPrintf("first");
+            std::filesystem::path file = zel_platform::FileSystemPath(logFilePath().GetString());
+            Finish(std::filesystem::file_size(file) == 0, "the start of the log is held back");
+            gTicks += 10;
+            logPrintf("burst");
+            Finish(std::filesystem::file_size(file) == 0, "a line 10 ms later is held back");
+            gTicks += 6000;
+            logPrintf("after a pause");
+            auto size = std::filesystem::file_size(file);
+            std::string text = ReadAll(file);
+            Finish(size > 0 && text.find("after a pause\r\n") != std::string::npos,
+                   "a line after six seconds is on disk with everything before it");
+            std::string filler(100, 'x');
+            std::uintmax_t grown = size;
+            int lines = 0;
+            while (grown == size && lines < 20) {
+                gTicks += 10;
+                logPrintf("%s", filler.c_str());
+                ++lines;
+                grown = std::filesystem::file_size(file);
+            }
+            Finish(lines >= 8 && grown > size + 1024, "a burst reaches the disk once past 1024 bytes");
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+TEST_F(LogTest, DebuggerCopiesComeInPiecesOf250) {
+    EXPECT_EXIT(
+        {
+            std::vector<std::u16string> pieces;
+            zel_platform::SetDebugOutputSink(
+                [&](LPCWSTR text) { pieces.emplace_back(reinterpret_cast<const char16_t*>(text)); });
+            UseFolder();
+            std::u16string text(600, u'a');
+            text[300] = 0;
+            LogFile::instance().write(kLogLevelNormal, reinterpret_cast<const WCHAR*>(text.data()), 600);
+            zel_platform::SetDebugOutputSink(nullptr);
+            // The start line came first; the 628 characters of the line follow.
+            bool ok = pieces.size() == 4 && pieces[1].size() == 250 && pieces[2].size() == 250 &&
+                      pieces[3].size() == 128 && pieces[2][300 - 250 + 26] == u'.' &&
+                      pieces[3].substr(126) == u"\r\n";
+            Finish(ok, "pieces of 250, 250 and 128 with the NUL shown as '.'");
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+TEST_F(LogTest, ChecksAreOnDiskWhenTheCallReturns) {
+    EXPECT_EXIT(
+        {
+            UseFolder();
+            dbgCheck("F", 42, "M");
+            std::string text = ReadAll(zel_platform::FileSystemPath(logFilePath().GetString()));
+            Finish(text.find("DBGCHK M F @ 42\r\n") != std::string::npos, "the check line is on disk");
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+TEST_F(LogTest, ConcurrentLinesAreWholeAndNoneIsLost) {
+    constexpr int kThreads = 8;
+    constexpr int kLines = 20000;
+    EXPECT_EXIT(
+        {
+            UseFolder();
+            std::vector<std::thread> threads;
+            for (int t = 0; t < kThreads; ++t) {
+                threads.emplace_back([t] {
+                    for (int i = 0; i < kLines; ++i) logPrintf("thread %d line %d end", t, i);
+                });
+            }
+            for (auto& thread : threads) thread.join();
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
+    std::vector<std::string> lines = Lines(LogOfFirstRun().substr(3));
+    ASSERT_EQ(lines.size(), static_cast<std::size_t>(kThreads * kLines + 2));
+    std::vector<int> next(kThreads, 0);
+    std::vector<std::set<std::string>> threadIds(kThreads);
+    for (std::size_t i = 1; i + 1 < lines.size(); ++i) {
+        int thread = -1;
+        int line = -1;
+        char end[4] = {};
+        ASSERT_TRUE(HasPrefix(lines[i]) &&
+                    std::sscanf(Body(lines[i]).c_str(), "thread %d line %d %3s", &thread, &line, end) == 3 &&
+                    std::string(end) == "end" && thread >= 0 && thread < kThreads)
+            << "line " << i << ": " << lines[i];
+        ASSERT_EQ(line, next[thread]++) << "lines of one thread keep their order";
+        threadIds[thread].insert(lines[i].substr(15, 8));
+    }
+    for (int t = 0; t < kThreads; ++t) {
+        EXPECT_EQ(next[t], kLines);
+        EXPECT_EQ(threadIds[t].size(), 1u) << "one thread id per thread";
+    }
+}
+
+TEST_F(LogTest, AFolderThatCannotBeMadeFallsBackToTheTemporaryFolder) {
+    std::filesystem::create_directories(Folder() / "tmp");
+    std::ofstream(Folder() / "file.txt") << "in the way";
+    EXPECT_EXIT(
+        {
+            zel_test::ScopedEnvironment tmp("TMPDIR", (Folder() / "tmp").string().c_str());
+            zel::folders::GetApplicationFileNameBuilder().SetDataFolder(
+                zel_text::CZelStringUtf8((Folder() / "file.txt" / "logs").string().c_str()).ToWide(), 0);
+            logPrintf("where am I");
+            std::string path = zel_text::CZelStringUtf8(logFilePath()).GetString();
+            Finish(path.rfind((Folder() / "tmp").string() + "/", 0) == 0, "log in the temporary folder: " + path);
+        },
+        ::testing::ExitedWithCode(0), "");
+}

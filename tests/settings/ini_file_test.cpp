@@ -1,0 +1,267 @@
+// Loading and saving INI files: the grammar, the encodings, and saves that
+// must not lose the previous file.
+#include "zelutils/settings/ini_file.h"
+
+#include "tests/support/temp_folder.h"
+#include "zelutils/platform/fault_injection.h"
+#include "zelutils/platform/win32.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+using namespace zel_settings;
+using zel_text::CZelStringW;
+
+namespace {
+
+CZelStringW W(const char16_t* text) { return CZelStringW(reinterpret_cast<const WCHAR*>(text)); }
+
+std::u16string U(const CZelStringW& text) {
+    return std::u16string(reinterpret_cast<const char16_t*>(text.GetString()), text.GetLength());
+}
+
+class IniTest : public zel_test::TempFolderTest {
+protected:
+    CZelStringW PathW(const std::string& name) {
+        return zel_text::CZelStringUtf8(PathOf(name).c_str()).ToWide();
+    }
+    void WriteBytes(const std::string& name, const std::string& bytes) {
+        std::ofstream(PathOf(name), std::ios::binary) << bytes;
+    }
+    std::string ReadBytes(const std::string& name) {
+        std::ifstream in(PathOf(name), std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    }
+    // Loads bytes from a file; the file is removed again.
+    bool Load(const std::string& bytes, IniSections& table) {
+        WriteBytes("load.ini", bytes);
+        bool ok = LoadIniFile(PathW("load.ini"), table);
+        std::filesystem::remove(PathOf("load.ini"));
+        return ok;
+    }
+    std::u16string Value(const IniSections& table, const char16_t* section, const char16_t* key) {
+        auto s = table.find(W(section));
+        if (s == table.end()) return u"<no section>";
+        auto k = s->second.find(W(key));
+        return k == s->second.end() ? u"<no key>" : U(k->second);
+    }
+};
+
+std::string Utf16(const std::u16string& text) {
+    return std::string(reinterpret_cast<const char*>(text.data()), text.size() * 2);
+}
+
+}  // namespace
+
+TEST_F(IniTest, KeysBeforeAnyHeaderLandInTheEmptySectionWhichSavesAsARejectedHeader) {
+    IniSections table;
+    ASSERT_TRUE(Load("a=1\r\n[Main]\r\nb=2\r\n", table));
+    EXPECT_EQ(Value(table, u"", u"a"), u"1");
+    EXPECT_EQ(Value(table, u"Main", u"b"), u"2");
+
+    ASSERT_TRUE(SaveIniFile(PathW("saved.ini"), table, kIniUtf8));
+    EXPECT_EQ(ReadBytes("saved.ini"), "\xEF\xBB\xBF[]\r\na=1\r\n\r\n[Main]\r\nb=2\r\n\r\n");
+    IniSections reloaded;
+    EXPECT_FALSE(LoadIniFile(PathW("saved.ini"), reloaded)) << "\"[]\" is not a section header";
+    std::filesystem::remove(PathOf("saved.ini"));
+}
+
+TEST_F(IniTest, WhitespaceLinesEndTheSectionAndBlankLinesDoNot) {
+    IniSections table;
+    ASSERT_TRUE(Load("[Main]\r\nx=1\r\n   \r\ny=2\r\n", table));
+    EXPECT_EQ(Value(table, u"Main", u"x"), u"1");
+    EXPECT_EQ(Value(table, u"", u"y"), u"2");
+
+    ASSERT_TRUE(Load("[Main]\r\n\r\n\n\r\nx=1\n\ny=2", table));
+    EXPECT_EQ(Value(table, u"Main", u"x"), u"1");
+    EXPECT_EQ(Value(table, u"Main", u"y"), u"2");
+    EXPECT_EQ(table.size(), 1u);
+}
+
+TEST_F(IniTest, KeysAndHeadersAreTakenAsTheyStand) {
+    IniSections table;
+    ASSERT_TRUE(Load("[ Main ]  \r\nkey = value\r\nk==v=w\r\n_under=1\r\n9nine=9\r\nk==again\r\n", table));
+    EXPECT_EQ(Value(table, u" Main ", u"key "), u" value");
+    EXPECT_EQ(Value(table, u" Main ", u"k"), u"=again") << "the last key wins";
+    EXPECT_EQ(Value(table, u" Main ", u"_under"), u"1");
+    EXPECT_EQ(Value(table, u" Main ", u"9nine"), u"9");
+
+    ASSERT_TRUE(Load("# hash\r\n; semi\r\n// slashes\r\n[A]\r\nx=1\r\n[B]\r\ny=2\r\n[A]\r\nz=3\r\n", table));
+    EXPECT_EQ(Value(table, u"A", u"x"), u"1");
+    EXPECT_EQ(Value(table, u"A", u"z"), u"3") << "a repeated header continues its section";
+    EXPECT_EQ(table.size(), 2u);
+
+    ASSERT_TRUE(Load("[Empty]\r\n[Full]\r\nk=v\r\n", table));
+    EXPECT_EQ(table.count(W(u"Empty")), 0u) << "sections are made by their first key";
+}
+
+TEST_F(IniTest, GrammarErrorsFailTheLoadAndKeepEarlierLines) {
+    const char* bad[] = {
+        " x=1\r\n",       // an indented key
+        "\tx=1\r\n",
+        "[Main\r\n",      // no closing bracket
+        "[]\r\n",
+        "[\r\n",
+        "x\r\n",          // a key without '='
+        "=1\r\n",         // no key character first
+        "-x=1\r\n",
+        "\xC3\xA9t\xC3\xA9=1\r\n",  // a letter outside the single-byte classification
+    };
+    for (const char* line : bad) {
+        IniSections table;
+        EXPECT_FALSE(Load(std::string("[S]\r\nfirst=1\r\n") + line + "after=2\r\n", table)) << line;
+        EXPECT_EQ(Value(table, u"S", u"first"), u"1") << line;
+        EXPECT_EQ(table.size(), 1u) << line;
+        EXPECT_EQ(table.begin()->second.size(), 1u) << line;
+    }
+    IniSections table;
+    EXPECT_TRUE(Load("[S]\r\n    \r\n\t \r\n", table)) << "whitespace-only lines are fine";
+}
+
+TEST_F(IniTest, EncodingsAreDetected) {
+    IniSections table;
+    // UTF-16LE without a byte-order mark, ASCII first characters.
+    ASSERT_TRUE(Load(Utf16(u"[Main]\r\nname=\u00E9t\u00E9\r\n"), table));
+    EXPECT_EQ(Value(table, u"Main", u"name"), u"\u00E9t\u00E9");
+    ASSERT_TRUE(Load("\xFF\xFE" + Utf16(u"[M]\r\nk=\U0001F600\r\n"), table));
+    EXPECT_EQ(Value(table, u"M", u"k"), u"\U0001F600");
+    ASSERT_TRUE(Load("\xEF\xBB\xBF[M]\r\nk=\xE2\x82\xAC\r\n", table));
+    EXPECT_EQ(Value(table, u"M", u"k"), u"\u20AC");
+    // Without a mark and with no zero bytes: narrow text in code page 0.
+    ASSERT_TRUE(Load("[M]\r\nk=v\r\n", table));
+    EXPECT_EQ(Value(table, u"M", u"k"), u"v");
+    // A NUL ends the text.
+    ASSERT_TRUE(Load(std::string("[M]\r\nk=v\r\n\0garbage", 19), table));
+    EXPECT_EQ(Value(table, u"M", u"k"), u"v");
+}
+
+TEST_F(IniTest, EmptyFilesLoadAsEmptyTablesAndMissingFilesFail) {
+    IniSections table;
+    table[W(u"old")][W(u"k")] = W(u"v");
+    EXPECT_FALSE(LoadIniFile(PathW("missing.ini"), table));
+    EXPECT_EQ(table.size(), 1u) << "a file that cannot be read leaves the table untouched";
+    EXPECT_TRUE(Load("", table));
+    EXPECT_TRUE(table.empty());
+    EXPECT_TRUE(Load("\xEF\xBB\xBF", table));
+    EXPECT_TRUE(table.empty());
+    EXPECT_TRUE(Load("\xFF\xFE", table));
+    EXPECT_TRUE(table.empty());
+}
+
+TEST_F(IniTest, SaveWritesTheExactLayout) {
+    IniSections table;
+    table[W(u"B")][W(u"b")] = W(u"2");
+    table[W(u"A")][W(u"z")] = W(u"1");
+    table[W(u"A")][W(u"a")] = W(u"0");
+    ASSERT_TRUE(SaveIniFile(PathW("layout.ini"), table, kIniUtf8));
+    EXPECT_EQ(ReadBytes("layout.ini"), "\xEF\xBB\xBF[A]\r\na=0\r\nz=1\r\n\r\n[B]\r\nb=2\r\n\r\n");
+    ASSERT_TRUE(SaveIniFile(PathW("layout.ini"), table, kIniUtf16LE));
+    EXPECT_EQ(ReadBytes("layout.ini"), "\xFF\xFE" + Utf16(u"[A]\r\na=0\r\nz=1\r\n\r\n[B]\r\nb=2\r\n\r\n"));
+    ASSERT_TRUE(SaveIniFile(PathW("layout.ini"), table, 1252));
+    EXPECT_EQ(ReadBytes("layout.ini"), "[A]\r\na=0\r\nz=1\r\n\r\n[B]\r\nb=2\r\n\r\n");
+    std::filesystem::remove(PathOf("layout.ini"));
+}
+
+TEST_F(IniTest, RoundTripsInEveryEncoding) {
+    IniSections table;
+    table[W(u"Main")][W(u"name")] = W(u"caf\u00E9");
+    table[W(u"Main")][W(u"empty")] = W(u"");
+    table[W(u"Z")][W(u"k")] = W(u" spaced = value ");
+    for (int encoding : {int{kIniUtf16LE}, int{kIniUtf8}}) {
+        ASSERT_TRUE(SaveIniFile(PathW("round.ini"), table, encoding)) << encoding;
+        IniSections loaded;
+        ASSERT_TRUE(LoadIniFile(PathW("round.ini"), loaded)) << encoding;
+        EXPECT_EQ(loaded, table) << encoding;
+    }
+    // Narrow files are read back in code page 0.
+    IniSections ascii;
+    ascii[W(u"S")][W(u"k")] = W(u"v");
+    ASSERT_TRUE(SaveIniFile(PathW("round.ini"), ascii, 0));
+    IniSections loaded;
+    ASSERT_TRUE(LoadIniFile(PathW("round.ini"), loaded));
+    EXPECT_EQ(loaded, ascii);
+    std::filesystem::remove(PathOf("round.ini"));
+}
+
+TEST_F(IniTest, SaveCreatesMissingFolders) {
+    IniSections table;
+    table[W(u"S")][W(u"k")] = W(u"v");
+    ASSERT_TRUE(SaveIniFile(PathW("a/b/c/settings.ini"), table, kIniUtf8));
+    ASSERT_TRUE(SaveIniFileAtomic(PathW("d/e/settings.ini"), table, kIniUtf8));
+    IniSections loaded;
+    EXPECT_TRUE(LoadIniFile(PathW("a/b/c/settings.ini"), loaded));
+    EXPECT_TRUE(LoadIniFile(PathW("d/e/settings.ini"), loaded));
+    std::filesystem::remove_all(PathOf("a"));
+    std::filesystem::remove_all(PathOf("d"));
+}
+
+TEST_F(IniTest, AtomicSaveKeepsThePreviousFileWhenTheDiskIsFull) {
+    if (!zel_platform::kEmulated) GTEST_SKIP() << "the file-size limit is a POSIX facility";
+    IniSections before;
+    before[W(u"S")][W(u"k")] = W(u"old");
+    ASSERT_TRUE(SaveIniFileAtomic(PathW("keep.ini"), before, kIniUtf8));
+    std::string previous = ReadBytes("keep.ini");
+
+    IniSections big;
+    for (int i = 0; i < 2000; ++i) {
+        CZelStringW key;
+        key.Format(ZW("key%d"), i);
+        big[W(u"S")][key] = W(u"some value");
+    }
+    ASSERT_TRUE(zel_platform::SetFileSizeLimit(4096));
+    bool saved = SaveIniFileAtomic(PathW("keep.ini"), big, kIniUtf8);
+    zel_platform::RestoreFileSizeLimit();
+    EXPECT_FALSE(saved);
+    EXPECT_EQ(ReadBytes("keep.ini"), previous);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder()), {}), 1) << "no temporary file left";
+    std::filesystem::remove(PathOf("keep.ini"));
+}
+
+TEST_F(IniTest, AtomicSaveSurvivesEveryFailingStep) {
+    if (!zel_platform::kEmulated) GTEST_SKIP() << "fault injection is a facility of the POSIX layer";
+    IniSections before;
+    before[W(u"S")][W(u"k")] = W(u"old");
+    ASSERT_TRUE(SaveIniFileAtomic(PathW("keep.ini"), before, kIniUtf16LE));
+    std::string previous = ReadBytes("keep.ini");
+    IniSections after;
+    after[W(u"S")][W(u"k")] = W(u"new");
+
+    using zel_platform::SystemCall;
+    struct Fault {
+        SystemCall call;
+        int errnoValue;
+    };
+    // (A failing close is not in the list: the data is on the disk once the
+    // flush succeeded.)
+    const Fault faults[] = {{SystemCall::Open, ENOSPC}, {SystemCall::Write, ENOSPC}, {SystemCall::Write, EIO},
+                            {SystemCall::Sync, EIO},    {SystemCall::Rename, EXDEV}};
+    for (const Fault& fault : faults) {
+        for (unsigned nth = 1; nth <= 2; ++nth) {
+            zel_platform::ResetSystemCalls();
+            ASSERT_TRUE(zel_platform::FailSystemCall(fault.call, nth, fault.errnoValue));
+            bool saved = SaveIniFileAtomic(PathW("keep.ini"), after, kIniUtf16LE);
+            bool struck = zel_platform::SystemCallCount(fault.call) >= nth;
+            zel_platform::ResetSystemCalls();
+            if (struck) {
+                EXPECT_FALSE(saved) << static_cast<int>(fault.call) << " #" << nth;
+                EXPECT_EQ(ReadBytes("keep.ini"), previous) << static_cast<int>(fault.call) << " #" << nth;
+            }
+            EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder()), {}), 1)
+                << "no temporary file left after " << static_cast<int>(fault.call) << " #" << nth;
+            if (saved) {
+                ASSERT_TRUE(SaveIniFileAtomic(PathW("keep.ini"), before, kIniUtf16LE));
+            }
+        }
+    }
+    // A short write (a disk that fills up) is caught as well.
+    ASSERT_TRUE(zel_platform::ShortenWrite(1, 3, ENOSPC));
+    EXPECT_FALSE(SaveIniFileAtomic(PathW("keep.ini"), after, kIniUtf16LE));
+    zel_platform::ResetSystemCalls();
+    EXPECT_EQ(ReadBytes("keep.ini"), previous);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder()), {}), 1);
+    std::filesystem::remove(PathOf("keep.ini"));
+}

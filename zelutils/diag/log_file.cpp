@@ -1,0 +1,453 @@
+#include "zelutils/diag/log_file.h"
+
+#include "zelutils/fs/application_folders.h"
+#include "zelutils/fs/platform_file.h"
+#include "zelutils/platform/win32.h"
+#include "zelutils/settings/sequence_counter.h"
+#include "zelutils/text/zel_printf.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+
+namespace zel_core {
+namespace {
+
+constexpr int kPrefixLength = 26;  // "hh:mm:ss.mmm ; tttttttt ; "
+constexpr std::size_t kBufferLimit = 1024;
+constexpr DWORD kPauseMs = 5000;
+constexpr int kDebuggerPiece = 250;
+constexpr DWORD kDefaultWriteMode = 0x48;  // create always, write
+constexpr std::uint32_t kLogFileCount = 10;
+constexpr std::uint64_t kUnixEpochIn100ns = 116444736000000000ull;
+
+// --- The millisecond UTC clock --------------------------------------------
+
+struct CivilDate {
+    int year, month, day;
+};
+
+// Days since 1970-01-01 to a proleptic Gregorian date (H. Hinnant's
+// algorithm): exact, thread-safe, no time-zone state.
+CivilDate CivilFromDays(std::int64_t days) {
+    days += 719468;
+    std::int64_t era = (days >= 0 ? days : days - 146096) / 146097;
+    unsigned dayOfEra = static_cast<unsigned>(days - era * 146097);
+    unsigned yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+    unsigned dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+    unsigned monthIndex = (5 * dayOfYear + 2) / 153;
+    unsigned day = dayOfYear - (153 * monthIndex + 2) / 5 + 1;
+    unsigned month = monthIndex < 10 ? monthIndex + 3 : monthIndex - 9;
+    return {static_cast<int>(yearOfEra + era * 400 + (month <= 2)), static_cast<int>(month),
+            static_cast<int>(day)};
+}
+
+class LogClock {
+public:
+    LogTime Now() {
+        FILETIME fileTime;
+        GetSystemTimeAsFileTime(&fileTime);
+        std::uint64_t clock = (std::uint64_t{fileTime.dwHighDateTime} << 32) | fileTime.dwLowDateTime;
+        DWORD tick = zel_platform::TickCount();
+
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (!based_) Rebase(clock, tick);
+        std::int64_t byClock = static_cast<std::int64_t>(clock - baseClock_) / 10000;
+        std::int64_t byTick = static_cast<DWORD>(tick - baseTick_);
+        if (byClock - byTick > 1100 || byTick - byClock > 1100) Rebase(clock, tick);
+        std::uint64_t now = baseClock_ + std::uint64_t{static_cast<DWORD>(tick - baseTick_)} * 10000;
+
+        std::uint64_t sinceEpoch = now - kUnixEpochIn100ns;
+        std::int64_t seconds = static_cast<std::int64_t>(sinceEpoch / 10000000);
+        unsigned remainder = static_cast<unsigned>(sinceEpoch % 10000000);
+        if (seconds != cachedSecond_) {
+            // The broken-down date changes once a second; most lines reuse it.
+            cachedSecond_ = seconds;
+            CivilDate date = CivilFromDays(seconds / 86400);
+            int secondOfDay = static_cast<int>(seconds % 86400);
+            cached_ = LogTime{date.year, date.month, date.day, secondOfDay / 3600,
+                              secondOfDay / 60 % 60, secondOfDay % 60, 0, 0, 0};
+        }
+        LogTime time = cached_;
+        time.millisecond = static_cast<int>(remainder / 10000);
+        time.microsecond = static_cast<int>(remainder / 10 % 1000);
+        time.nanosecond = static_cast<int>(remainder % 10) * 100;
+        return time;
+    }
+
+private:
+    void Rebase(std::uint64_t clock, DWORD tick) {
+        based_ = true;
+        baseClock_ = clock;
+        baseTick_ = tick;
+    }
+
+    std::mutex mutex_;
+    bool based_ = false;
+    std::uint64_t baseClock_ = 0;
+    DWORD baseTick_ = 0;
+    std::int64_t cachedSecond_ = -1;
+    LogTime cached_{};
+};
+
+LogClock& TheClock() {
+    static LogClock clock;
+    return clock;
+}
+
+// --- Line building helpers --------------------------------------------------
+
+WCHAR* PutTwoDigits(WCHAR* out, int value) {
+    out[0] = static_cast<WCHAR>(ZW('0') + value / 10 % 10);
+    out[1] = static_cast<WCHAR>(ZW('0') + value % 10);
+    return out + 2;
+}
+
+WCHAR* PutSeparator(WCHAR* out) {
+    out[0] = ZW(' ');
+    out[1] = ZW(';');
+    out[2] = ZW(' ');
+    return out + 3;
+}
+
+// "%02d:%02d:%02d.%03d ; %08x ; " written by hand: it is on every line.
+void PutPrefix(WCHAR* out, const LogTime& time, DWORD threadId) {
+    static const char kHex[] = "0123456789abcdef";
+    out = PutTwoDigits(out, time.hour);
+    *out++ = ZW(':');
+    out = PutTwoDigits(out, time.minute);
+    *out++ = ZW(':');
+    out = PutTwoDigits(out, time.second);
+    *out++ = ZW('.');
+    *out++ = static_cast<WCHAR>(ZW('0') + time.millisecond / 100);
+    out = PutTwoDigits(out, time.millisecond % 100);
+    out = PutSeparator(out);
+    for (int shift = 28; shift >= 0; shift -= 4) *out++ = static_cast<WCHAR>(kHex[(threadId >> shift) & 0xF]);
+    PutSeparator(out);
+}
+
+// --- The process's instance -----------------------------------------------
+
+std::atomic<bool> gShutDown{false};
+
+zel_text::CZelStringW StemOf(const zel_text::CZelStringW& path) {
+    int slash = std::max(path.ReverseFind(ZW('/')), path.ReverseFind(ZW('\\')));
+    zel_text::CZelStringW name = path.Mid(slash + 1);
+    int dot = name.ReverseFind(ZW('.'));
+    return dot >= 0 ? name.Left(dot) : name;
+}
+
+zel_text::CZelStringW ChooseLogFolder() {
+    zel_text::CZelStringW folder = zel::folders::GetDataFolder();
+    std::error_code error;
+    std::filesystem::path native = zel_platform::FileSystemPath(folder.GetString());
+    if (!folder.IsEmpty() && !std::filesystem::is_directory(native, error)) {
+        std::filesystem::create_directories(native, error);
+    }
+    if (!folder.IsEmpty() && std::filesystem::is_directory(native, error)) return folder;
+    WCHAR temp[MAX_PATH + 1] = {};
+    DWORD length = GetTempPathW(MAX_PATH, temp);
+    zel_text::CZelStringW fallback(temp, static_cast<int>(std::min<DWORD>(length, MAX_PATH)));
+    int last = fallback.GetLength() - 1;
+    if (last > 0 && (fallback.GetAt(last) == ZW('\\') || fallback.GetAt(last) == ZW('/'))) {
+        fallback.Delete(last, 1);
+    }
+    return fallback;
+}
+
+}  // namespace
+
+// Made and opened on first use; destroyed by the process's exit handlers
+// (or when the library unloads), which writes the closing line.
+struct LogFileHolder {
+    LogFileHolder() : log(new LogFile) {
+        zel_settings::SequenceCounter counter;
+        counter.folder = ChooseLogFolder();
+        counter.baseName = StemOf(zel::folders::GetProgramFilePath());
+        if (counter.baseName.IsEmpty()) counter.baseName = ZW("zel");
+        counter.extension = ZW(".log.txt");
+        counter.limit = kLogFileCount;
+        if (log->open(zel_settings::NextSequenceFileName(counter))) log->WriteStartLine();
+    }
+    ~LogFileHolder() {
+        gShutDown.store(true);
+        log.reset();
+    }
+    std::unique_ptr<LogFile> log;
+};
+
+namespace {
+// The live log, or null once the process is shutting down.
+LogFile* LiveLog() {
+    if (gShutDown.load(std::memory_order_relaxed)) return nullptr;
+    static LogFileHolder holder;
+    return holder.log.get();
+}
+}  // namespace
+
+LogTime CurrentLogTime() { return TheClock().Now(); }
+
+LogFile::LogFile() { buffer_.resize(64 * 1024); }
+
+LogFile& LogFile::instance() {
+    if (LogFile* log = LiveLog()) return *log;
+    // Asked for during shutdown: a closed log that drops every line.
+    static LogFile closed;
+    return closed;
+}
+
+LogFile::~LogFile() {
+    writeLine(kLogLevelNormal, ZW("Logging finished"));
+    flushBuffer();
+    zel_fs::file_close_reset(handle_);
+}
+
+bool LogFile::open(const zel_text::CZelStringW& path) {
+    std::lock_guard<std::recursive_timed_mutex> guard(lock_);
+    bool created = false;
+    int error = 0;
+    zel_fs::file_close_reset(handle_);
+    HANDLE handle = zel_fs::file_open(path.GetString(), kDefaultWriteMode, &created, &error);
+    if (handle == nullptr) handle = INVALID_HANDLE_VALUE;
+    handle_ = handle;
+    isOpen_ = handle_ != INVALID_HANDLE_VALUE && created && error == 0;
+    if (!isOpen_) return false;
+    openTick_ = previousLineTick_ = lastLineTick_ = zel_platform::TickCount();
+    path_ = path;
+    static const char kUtf8Bom[] = {'\xEF', '\xBB', '\xBF'};
+    std::copy(kUtf8Bom, kUtf8Bom + 3, buffer_.begin() + static_cast<std::ptrdiff_t>(bufferUsed_));
+    bufferUsed_ += 3;
+    return true;
+}
+
+void LogFile::WriteStartLine() {
+    LogTime now = CurrentLogTime();
+    zel_text::CZelStringW line;
+    line.Format(ZW("Program %ls started on %d/%02d/%02d %02d:%02d:%02d.%03d UTC"),
+                zel::folders::GetProgramFilePath().GetString(), now.year, now.month, now.day, now.hour,
+                now.minute, now.second, now.millisecond);
+    write(kLogLevelNormal, line.GetString(), line.GetLength());
+}
+
+int LogFile::BeginLine() {
+    previousLineTick_ = lastLineTick_;
+    lastLineTick_ = zel_platform::TickCount();
+    PutPrefix(lineText_.GetBuffer(kPrefixLength + 256), CurrentLogTime(), GetCurrentThreadId());
+    lineText_.ReleaseBuffer(kPrefixLength);
+    return kPrefixLength;
+}
+
+void LogFile::EndLine(DWORD level, int length) {
+    WCHAR* line = lineText_.GetBuffer(length + 2);
+    line[length++] = ZW('\r');
+    line[length++] = ZW('\n');
+    lineText_.ReleaseBuffer(length);
+
+    if (isOpen_) {
+        std::size_t room = static_cast<std::size_t>(length) * 3;
+        if (buffer_.size() < bufferUsed_ + room) buffer_.resize(bufferUsed_ + room);
+        int bytes = WideCharToMultiByte(CP_UTF8, 0, lineText_.GetString(), length,
+                                        buffer_.data() + bufferUsed_, static_cast<int>(room), nullptr, nullptr);
+        if (bytes > 0) bufferUsed_ += static_cast<std::size_t>(bytes);
+        if (bufferUsed_ > kBufferLimit || static_cast<DWORD>(lastLineTick_ - previousLineTick_) > kPauseMs) {
+            flushBuffer();
+        }
+    }
+    if ((level & kLogLevelDebuggerBit) != 0) SendToDebugger(lineText_.GetString(), length);
+}
+
+void LogFile::SendToDebugger(const WCHAR* line, int length) {
+    WCHAR piece[kDebuggerPiece + 1];
+    for (int start = 0; start < length; start += kDebuggerPiece) {
+        int count = std::min(kDebuggerPiece, length - start);
+        for (int i = 0; i < count; ++i) piece[i] = line[start + i] == 0 ? ZW('.') : line[start + i];
+        piece[count] = 0;
+        zel_platform::DebugOutput(piece);
+    }
+}
+
+void LogFile::write(DWORD level, const WCHAR* text, int length) {
+    if ((levelMask_ & level) == 0) return;
+    std::lock_guard<std::recursive_timed_mutex> guard(lock_);
+    int prefix = BeginLine();
+    length = std::max(length, 0);
+    WCHAR* line = lineText_.GetBuffer(prefix + length + 2);
+    std::copy(text, text + length, line + prefix);
+    lineText_.ReleaseBuffer(prefix + length);
+    EndLine(level, prefix + length);
+}
+
+void LogFile::writeLine(DWORD level, const WCHAR* text) {
+    write(level, text, zel_text::SafeStringLength(text));
+}
+
+void LogFile::writeNarrow(DWORD level, const char* text) {
+    if ((levelMask_ & level) == 0) return;
+    zel_text::CZelStringW wide(text, CP_ACP);
+    write(level, wide.GetString(), wide.GetLength());
+}
+
+void LogFile::printfW(DWORD level, const WCHAR* format, va_list args) {
+    if ((levelMask_ & level) == 0) return;
+    std::lock_guard<std::recursive_timed_mutex> guard(lock_);
+    int prefix = BeginLine();
+    // Formats straight behind the prefix; a text that does not fit the room
+    // is measured and formatted again.
+    int room = lineText_.GetAllocLength() - prefix - 2;
+    va_list attempt;
+    va_copy(attempt, args);
+    int length = zel_text::FormatBufferV(lineText_.GetBuffer(prefix + room + 2) + prefix,
+                                         static_cast<std::size_t>(room), format, attempt);
+    va_end(attempt);
+    if (length < 0 || length == room) {
+        lineText_.ReleaseBuffer(prefix);
+        va_copy(attempt, args);
+        length = std::max(zel_text::FormattedLengthV(format, attempt), 0);
+        va_end(attempt);
+        va_copy(attempt, args);
+        zel_text::FormatBufferV(lineText_.GetBuffer(prefix + length + 3) + prefix,
+                                static_cast<std::size_t>(length) + 1, format, attempt);
+        va_end(attempt);
+    }
+    lineText_.ReleaseBuffer(prefix + length);
+    EndLine(level, prefix + length);
+}
+
+void LogFile::printf(DWORD level, const char* format, va_list args) {
+    if ((levelMask_ & level) == 0) return;
+    std::lock_guard<std::recursive_timed_mutex> guard(lock_);
+    va_list attempt;
+    va_copy(attempt, args);
+    int length = zel_text::FormattedLengthV(format, attempt);
+    va_end(attempt);
+    length = std::max(length, 0);
+    if (narrowScratch_.size() < static_cast<std::size_t>(length) + 1) narrowScratch_.resize(length + 1);
+    va_copy(attempt, args);
+    zel_text::FormatBufferV(narrowScratch_.data(), narrowScratch_.size(), format, attempt);
+    va_end(attempt);
+
+    int prefix = BeginLine();
+    int wideLength = length == 0 ? 0
+                                 : MultiByteToWideChar(CP_ACP, 0, narrowScratch_.data(), length,
+                                                       lineText_.GetBuffer(prefix + length + 2) + prefix, length);
+    lineText_.ReleaseBuffer(prefix + std::max(wideLength, 0));
+    EndLine(level, prefix + std::max(wideLength, 0));
+}
+
+void LogFile::flushBuffer() {
+    std::lock_guard<std::recursive_timed_mutex> guard(lock_);
+    if (bufferUsed_ == 0) return;
+    if (handle_ != INVALID_HANDLE_VALUE) {
+        zel_fs::file_write(handle_, buffer_.data(), static_cast<std::uint32_t>(bufferUsed_));
+    }
+    bufferUsed_ = 0;
+}
+
+void LogFile::flush() {
+    if (!isOpen_) return;
+    std::unique_lock<std::recursive_timed_mutex> guard(lock_, std::chrono::milliseconds(200));
+    if (guard.owns_lock()) flushBuffer();
+    zel_fs::file_flush(handle_);
+}
+
+zel_text::CZelStringW LogFile::filePath() {
+    std::lock_guard<std::recursive_timed_mutex> guard(lock_);
+    return isOpen_ ? path_ : zel_text::CZelStringW();
+}
+
+// --- Free functions ---------------------------------------------------------
+
+namespace {
+DWORD LevelOfCategory(unsigned category) { return category <= 3 ? kLogLevelNormal : kLogLevelLow; }
+}  // namespace
+
+void logVPrintfW(const WCHAR* format, va_list args) {
+    if (LogFile* log = LiveLog()) log->printfW(kLogLevelNormal, format, args);
+}
+
+void logPrintfW(const WCHAR* format, ...) {
+    va_list args;
+    va_start(args, format);
+    logVPrintfW(format, args);
+    va_end(args);
+}
+
+void logPrintf(const char* format, ...) {
+    LogFile* log = LiveLog();
+    if (log == nullptr) return;
+    va_list args;
+    va_start(args, format);
+    log->printf(kLogLevelNormal, format, args);
+    va_end(args);
+}
+
+void logPrintfLowW(const WCHAR* format, ...) {
+    LogFile* log = LiveLog();
+    if (log == nullptr) return;
+    va_list args;
+    va_start(args, format);
+    log->printfW(kLogLevelLow, format, args);
+    va_end(args);
+}
+
+void logPrintfLow(const char* format, ...) {
+    LogFile* log = LiveLog();
+    if (log == nullptr) return;
+    va_list args;
+    va_start(args, format);
+    log->printf(kLogLevelLow, format, args);
+    va_end(args);
+}
+
+void logPrintfCatW(unsigned category, const WCHAR* format, ...) {
+    LogFile* log = LiveLog();
+    if (log == nullptr) return;
+    va_list args;
+    va_start(args, format);
+    log->printfW(LevelOfCategory(category), format, args);
+    va_end(args);
+}
+
+void logPrintfCat(unsigned category, const char* format, ...) {
+    LogFile* log = LiveLog();
+    if (log == nullptr) return;
+    va_list args;
+    va_start(args, format);
+    log->printf(LevelOfCategory(category), format, args);
+    va_end(args);
+}
+
+void logBytes(const char* prefix, const void* data, std::size_t count) {
+    LogFile* log = LiveLog();
+    if (log == nullptr) return;
+    zel_text::CZelStringW line;
+    int prefixLength = zel_text::SafeStringLength(prefix);
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    std::size_t zeros = static_cast<std::size_t>(std::count(bytes, bytes + count, 0));
+    WCHAR* out = line.GetBuffer(prefixLength + static_cast<int>(count + zeros));
+    for (int i = 0; i < prefixLength; ++i) *out++ = static_cast<unsigned char>(prefix[i]);
+    for (std::size_t i = 0; i < count; ++i) {
+        if (bytes[i] == 0) {
+            *out++ = ZW('\\');
+            *out++ = ZW('0');
+        } else {
+            *out++ = bytes[i];
+        }
+    }
+    line.ReleaseBuffer(prefixLength + static_cast<int>(count + zeros));
+    log->write(kLogLevelNormal, line.GetString(), line.GetLength());
+}
+
+void logFlush() {
+    if (LogFile* log = LiveLog()) log->flush();
+}
+
+zel_text::CZelStringW logFilePath() {
+    LogFile* log = LiveLog();
+    return log != nullptr ? log->filePath() : zel_text::CZelStringW();
+}
+
+}  // namespace zel_core

@@ -1,0 +1,128 @@
+/// @file
+/// The process's diagnostic log: one UTF-8 file with a byte-order mark, one
+/// line per call, each line stamped "hh:mm:ss.mmm ; tttttttt ; " with the
+/// UTC time of day and the calling thread's id and ended with CR LF. Lines
+/// gather in memory and reach the file in blocks (more than 1024 bytes, or
+/// at once after a pause of more than five seconds); logFlush pushes them to
+/// disk. Ten files, "<program>1.log.txt" to "<program>10.log.txt" in the
+/// data folder (or the temporary folder when that cannot be made), are used
+/// in turn across runs; the last line of each is "Logging finished".
+///
+/// Logging never fails its caller: a file that cannot be created turns
+/// logging off for the process, a failed write loses the buffered bytes.
+///
+/// Levels: 7 is the normal level; 6 (the "low" level) is accepted by the
+/// interface but dropped, because the level mask is fixed at 1 (kept so that
+/// existing callers of the low functions stay quiet). Categories 0 to 3 log
+/// at level 7, others at 6.
+#pragma once
+
+#include "zelutils/platform/windef.h"
+#include "zelutils/text/zel_string.h"
+#include "zelutils/zel_api.h"
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+namespace zel_core {
+
+/// Log levels: bit 1 selects the file, bit 4 the debugger copy.
+enum LogLevel : DWORD {
+    kLogLevelNormal = 7,
+    kLogLevelLow = 6,
+    kLogLevelFileBit = 1,
+    kLogLevelDebuggerBit = 4,
+};
+
+/// The process-wide log file. Reached through instance(); every line is
+/// built and buffered under a recursive lock, so lines never interleave and
+/// a thread may log while it already holds the lock.
+class ZEL_API LogFile {
+public:
+    /// The process's log, created (and its file opened) on first use.
+    static LogFile& instance();
+
+    LogFile(const LogFile&) = delete;
+    LogFile& operator=(const LogFile&) = delete;
+    /// Writes "Logging finished", writes the buffer out and closes the file.
+    ~LogFile();
+
+    /// Writes one line of length wide characters at level.
+    void write(DWORD level, const WCHAR* text, int length);
+    /// Writes one NUL-terminated wide line at level.
+    void writeLine(DWORD level, const WCHAR* text);
+    /// Writes one narrow line (code page 0) at level.
+    void writeNarrow(DWORD level, const char* text);
+    /// Formats (the library's printf dialect, narrow, then code page 0) and writes.
+    void printf(DWORD level, const char* format, va_list args);
+    /// Formats (wide) and writes.
+    void printfW(DWORD level, const WCHAR* format, va_list args);
+    /// Opens path afresh (create always, write) and appends the byte-order
+    /// mark to the buffer; true when the file was created.
+    bool open(const zel_text::CZelStringW& path);
+    /// Writes the buffered bytes to the file with one write and empties the
+    /// buffer, whatever the write's result.
+    void flushBuffer();
+    /// Writes the buffer out and asks the platform to flush the file. Never
+    /// waits long for the lock, so a crash handler may call it; if another
+    /// thread keeps the lock, the buffer is left to it and only the file is flushed.
+    void flush();
+    /// The path of the file being written; empty while none is open.
+    zel_text::CZelStringW filePath();
+
+private:
+    LogFile();
+    // Builds the line prefix for now into lineText_ and returns its length.
+    int BeginLine();
+    // Appends "\r\n", buffers the line and copies it to the debugger output.
+    void EndLine(DWORD level, int length);
+    void SendToDebugger(const WCHAR* line, int length);
+    void WriteStartLine();
+    friend struct LogFileHolder;
+
+    HANDLE handle_ = INVALID_HANDLE_VALUE;
+    zel_text::CZelStringW path_;
+    std::recursive_timed_mutex lock_;
+    zel_text::CZelStringW lineText_;
+    DWORD openTick_ = 0;
+    DWORD previousLineTick_ = 0;
+    DWORD lastLineTick_ = 0;
+    bool isOpen_ = false;
+    DWORD levelMask_ = 1;
+    std::vector<char> buffer_;  // UTF-8 bytes not yet written; size() is the room, bufferUsed_ the bytes
+    std::size_t bufferUsed_ = 0;
+    std::vector<char> narrowScratch_;
+};
+
+/// printf-style lines at level 7 (wide and narrow formats).
+ZEL_API void logPrintfW(const WCHAR* format, ...);
+ZEL_API void logVPrintfW(const WCHAR* format, va_list args);
+ZEL_API void logPrintf(const char* format, ...);
+/// printf-style lines at level 6: accepted and dropped.
+ZEL_API void logPrintfLowW(const WCHAR* format, ...);
+ZEL_API void logPrintfLow(const char* format, ...);
+/// printf-style lines at the level of a category (0-3: 7, others: 6).
+ZEL_API void logPrintfCatW(unsigned category, const WCHAR* format, ...);
+ZEL_API void logPrintfCat(unsigned category, const char* format, ...);
+/// One line: the narrow prefix, then each byte of data as the character of
+/// the same value, a zero byte as the two characters '\' and '0'.
+ZEL_API void logBytes(const char* prefix, const void* data, std::size_t count);
+/// Writes buffered lines to the file and flushes it to disk.
+ZEL_API void logFlush();
+/// The path of the current log file; empty while no file is open.
+ZEL_API zel_text::CZelStringW logFilePath();
+
+/// A UTC time of day with sub-second parts, as the log stamps it.
+struct LogTime {
+    int year, month, day, hour, minute, second;
+    int millisecond, microsecond, nanosecond;
+};
+/// The current UTC time with milliseconds: the platform clock refined by
+/// the millisecond tick count (rebased when the two drift apart by more
+/// than 1.1 s).
+ZEL_API LogTime CurrentLogTime();
+
+}  // namespace zel_core

@@ -1,0 +1,5 @@
+# Diagnostics: the log file, checks and boxes.
+list(APPEND ZEL_SOURCES
+  diag/checks.cpp
+  diag/log_file.cpp
+)

@@ -1,0 +1,341 @@
+#include "zelutils/settings/ini_file.h"
+
+#include "zelutils/fs/platform_file.h"
+#include "zelutils/platform/win32.h"
+#include "zelutils/text/zel_encoding.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <filesystem>
+
+namespace zel_settings {
+
+using zel_text::CZelStringA;
+using zel_text::CZelStringUtf8;
+using zel_text::CZelStringW;
+
+bool CodeUnitLess::operator()(const CZelStringW& left, const CZelStringW& right) const {
+    return std::lexicographical_compare(left.GetString(), left.GetString() + left.GetLength(),
+                                        right.GetString(), right.GetString() + right.GetLength());
+}
+
+IZelIniFileReaderImpl::~IZelIniFileReaderImpl() = default;
+IZelIniFileWriterImpl::~IZelIniFileWriterImpl() = default;
+
+namespace {
+
+constexpr DWORD kCreateReadWrite = 0x68;  // create always, read, write
+constexpr std::size_t kWriteBlock = 64 * 1024;
+
+bool IsLineEnd(unsigned unit) { return unit == '\r' || unit == '\n'; }
+
+// The scratch line, converted to wide text.
+CZelStringW ToWide(const CZelStringW& line, UINT) { return line; }
+CZelStringW ToWide(const CZelStringUtf8& line, UINT) { return line.ToWide(); }
+CZelStringW ToWide(const CZelStringA& line, UINT codePage) {
+    return CZelStringW(line.GetString(), line.GetLength(), codePage);
+}
+
+// Wide text in the writer's encoding, as bytes.
+void AppendEncoded(std::vector<char>& out, const CZelStringW& text, int) {
+    const char* bytes = reinterpret_cast<const char*>(text.GetString());
+    out.insert(out.end(), bytes, bytes + text.GetLength() * sizeof(WCHAR));
+}
+
+void AppendConverted(std::vector<char>& out, const CZelStringW& text, UINT codePage) {
+    int needed = WideCharToMultiByte(codePage, 0, text.GetString(), text.GetLength(), nullptr, 0, nullptr, nullptr);
+    if (needed <= 0) return;
+    std::size_t start = out.size();
+    out.resize(start + static_cast<std::size_t>(needed));
+    int written = WideCharToMultiByte(codePage, 0, text.GetString(), text.GetLength(), out.data() + start,
+                                      needed, nullptr, nullptr);
+    out.resize(start + static_cast<std::size_t>(std::max(written, 0)));
+}
+
+template <class String>
+struct WriterEncoding;
+template <>
+struct WriterEncoding<CZelStringW> {
+    static void Append(std::vector<char>& out, const CZelStringW& text, int encoding) {
+        AppendEncoded(out, text, encoding);
+    }
+};
+template <>
+struct WriterEncoding<CZelStringUtf8> {
+    static void Append(std::vector<char>& out, const CZelStringW& text, int) {
+        AppendConverted(out, text, CP_UTF8);
+    }
+};
+template <>
+struct WriterEncoding<CZelStringA> {
+    static void Append(std::vector<char>& out, const CZelStringW& text, int encoding) {
+        AppendConverted(out, text, static_cast<UINT>(encoding));
+    }
+};
+
+// A key line starts with a letter or digit of the single-byte classification,
+// or an underscore.
+bool StartsKey(WCHAR first) {
+    return first == ZW('_') || (first < 0x100 && std::isalnum(static_cast<unsigned char>(first)) != 0);
+}
+
+// Applies the grammar to the lines of source.
+bool ParseLines(IZelIniFileReaderImpl& source, IniSections& table) {
+    table.clear();
+    CZelStringW section;
+    if (source.AtEnd()) return true;
+    for (;;) {
+        CZelStringW line = source.ReadLine();
+        WCHAR first = line.GetAt(0);
+        if (line.IsEmpty()) {
+            section.Empty();
+        } else if (first == ZW('\t') || first == ZW(' ')) {
+            line.TrimRight();
+            line.TrimLeft();
+            if (!line.IsEmpty()) return false;
+            section.Empty();
+        } else if (first == ZW('#') || first == ZW('/') || first == ZW(';')) {
+            // A comment.
+        } else if (first == ZW('[')) {
+            line.TrimRight();
+            line.TrimLeft();
+            int length = line.GetLength();
+            if (length < 3 || line.GetAt(length - 1) != ZW(']')) return false;
+            section = line.Mid(1, length - 2);
+        } else if (StartsKey(first)) {
+            int equals = line.Find(ZW('='));
+            if (equals < 0) return false;
+            table[section][line.Left(equals)] = line.Mid(equals + 1);
+        } else {
+            return false;
+        }
+        if (source.AtEnd()) return true;
+    }
+}
+
+// The whole file, or false when it cannot be read. The buffer is made of
+// 16-bit units so UTF-16 text behind a two-byte mark is aligned.
+bool ReadWholeFile(const CZelStringW& path, std::vector<char16_t>& units, std::size_t& size) {
+    HANDLE file = INVALID_HANDLE_VALUE;
+    if (!zel_fs::file_open_read(file, path.GetString())) return false;
+    std::uint64_t length = zel_fs::file_seek(file, 2, 0);
+    bool ok = length < 0x7FFFFFFF;
+    size = 0;
+    if (ok) {
+        zel_fs::file_seek(file, 0, 0);
+        units.assign(static_cast<std::size_t>(length) / 2 + 1, 0);
+        char* bytes = reinterpret_cast<char*>(units.data());
+        while (size < length) {
+            std::int32_t got = zel_fs::file_read(file, bytes + size, static_cast<std::uint32_t>(length - size));
+            if (got <= 0) {
+                ok = got == 0;
+                break;
+            }
+            size += static_cast<std::size_t>(got);
+        }
+    }
+    zel_fs::file_close_reset(file);
+    return ok;
+}
+
+// Runs action on a writer for encoding; the writer closes its file when
+// action returns.
+template <class Action>
+bool WithWriter(int encoding, Action action) {
+    if (encoding == kIniUtf16LE) {
+        TZelIniFileWriterImpl<CZelStringW, WCHAR> writer(encoding);
+        return action(writer);
+    }
+    if (encoding == kIniUtf8) {
+        TZelIniFileWriterImpl<CZelStringUtf8, char> writer(encoding);
+        return action(writer);
+    }
+    TZelIniFileWriterImpl<CZelStringA, char> writer(encoding);
+    return action(writer);
+}
+
+bool WriteTable(IZelIniFileWriterImpl& writer, const IniSections& table) {
+    for (const auto& [name, keys] : table) {
+        if (!writer.Write(CZelStringW(ZW("["))) || !writer.Write(name) || !writer.WriteLine(CZelStringW(ZW("]")))) {
+            return false;
+        }
+        for (const auto& [key, value] : keys) {
+            if (!writer.Write(key) || !writer.Write(CZelStringW(ZW("="))) || !writer.WriteLine(value)) return false;
+        }
+        if (!writer.WriteLine(CZelStringW())) return false;
+    }
+    return true;
+}
+
+// The folder part of path (up to the last separator), or empty.
+CZelStringW FolderOf(const CZelStringW& path) {
+    int separator = std::max(path.ReverseFind(ZW('/')), path.ReverseFind(ZW('\\')));
+    return separator > 0 ? path.Left(separator) : CZelStringW();
+}
+
+bool EnsureFolder(const CZelStringW& path) {
+    CZelStringW folder = FolderOf(path);
+    if (folder.IsEmpty()) return true;
+    std::error_code error;
+    std::filesystem::path native = zel_platform::FileSystemPath(folder.GetString());
+    if (std::filesystem::is_directory(native, error)) return true;
+    std::filesystem::create_directories(native, error);
+    return std::filesystem::is_directory(native, error);
+}
+
+}  // namespace
+
+// --- Line sources -----------------------------------------------------------
+
+template <class String, class Char>
+bool TZelIniFileReaderImpl<String, Char>::AtEnd() {
+    return text_ == nullptr || position_ >= count_ || text_[position_] == 0;
+}
+
+template <class String, class Char>
+CZelStringW TZelIniFileReaderImpl<String, Char>::ReadLine() {
+    while (position_ < count_ && IsLineEnd(static_cast<unsigned>(text_[position_]))) ++position_;
+    if (AtEnd()) return CZelStringW();
+    std::size_t start = position_;
+    while (position_ < count_ && text_[position_] != 0 && !IsLineEnd(static_cast<unsigned>(text_[position_]))) {
+        ++position_;
+    }
+    line_ = String(text_ + start, static_cast<int>(position_ - start));
+    while (position_ < count_ && IsLineEnd(static_cast<unsigned>(text_[position_]))) ++position_;
+    return ToWide(line_, codePage_);
+}
+
+template class TZelIniFileReaderImpl<CZelStringW, WCHAR>;
+template class TZelIniFileReaderImpl<CZelStringUtf8, char>;
+template class TZelIniFileReaderImpl<CZelStringA, char>;
+
+// --- Line sinks -------------------------------------------------------------
+
+template <class String, class Char>
+TZelIniFileWriterImpl<String, Char>::~TZelIniFileWriterImpl() {
+    Flush();
+    zel_fs::file_close_reset(handle_);
+}
+
+template <class String, class Char>
+bool TZelIniFileWriterImpl<String, Char>::Open(const CZelStringW& path) {
+    zel_fs::file_close_reset(handle_);
+    if (!zel_fs::file_open_into(handle_, path.GetString(), kCreateReadWrite, nullptr, nullptr)) return false;
+    unsigned char mark[zel_text::kMaxBomLength];
+    std::size_t markLength = 0;
+    zel_text::BomKind kind = encoding_ == kIniUtf16LE ? zel_text::BomKind::Utf16LE
+                             : encoding_ == kIniUtf8  ? zel_text::BomKind::Utf8
+                                                      : zel_text::BomKind::None;
+    if (kind != zel_text::BomKind::None && zel_text::GetBom(kind, mark, &markLength)) {
+        pending_.insert(pending_.end(), mark, mark + markLength);
+    }
+    return true;
+}
+
+template <class String, class Char>
+bool TZelIniFileWriterImpl<String, Char>::Append(const CZelStringW& text) {
+    if (text.IsEmpty()) return true;
+    WriterEncoding<String>::Append(pending_, text, encoding_);
+    return pending_.size() < kWriteBlock || Flush();
+}
+
+template <class String, class Char>
+bool TZelIniFileWriterImpl<String, Char>::Write(const CZelStringW& text) {
+    return Append(text);
+}
+
+template <class String, class Char>
+bool TZelIniFileWriterImpl<String, Char>::WriteLine(const CZelStringW& text) {
+    return Append(text) && Append(CZelStringW(ZW("\r\n")));
+}
+
+template <class String, class Char>
+bool TZelIniFileWriterImpl<String, Char>::Flush() {
+    if (pending_.empty() || handle_ == INVALID_HANDLE_VALUE) return !transferredNothing_;
+    std::int32_t written = zel_fs::file_write(handle_, pending_.data(), static_cast<std::uint32_t>(pending_.size()));
+    if (written != static_cast<std::int32_t>(pending_.size())) writeFailed_ = true;
+    // Only a write that moved nothing fails the plain save; a failed write
+    // (-1) is not seen there, as in earlier versions.
+    if (written == 0) transferredNothing_ = true;
+    pending_.clear();
+    return !transferredNothing_;
+}
+
+template <class String, class Char>
+bool TZelIniFileWriterImpl<String, Char>::Commit() {
+    Flush();
+    bool ok = !writeFailed_ && handle_ != INVALID_HANDLE_VALUE && zel_fs::file_flush(handle_);
+    ok = zel_fs::file_close(handle_) && ok;
+    handle_ = INVALID_HANDLE_VALUE;
+    return ok;
+}
+
+template class TZelIniFileWriterImpl<CZelStringW, WCHAR>;
+template class TZelIniFileWriterImpl<CZelStringUtf8, char>;
+template class TZelIniFileWriterImpl<CZelStringA, char>;
+
+// --- Load and save ----------------------------------------------------------
+
+bool ParseIniText(const void* bytes, std::size_t count, IniSections& table) {
+    std::size_t markLength = 0;
+    auto encoding = zel_text::DetectTextEncoding(bytes, count, &markLength);
+    const char* text = static_cast<const char*>(bytes) + markLength;
+    std::size_t rest = count - std::min(markLength, count);
+    if (encoding == zel_text::TextEncoding::Utf16LE) {
+        // Copied when misaligned: the units are read in place otherwise.
+        std::vector<char16_t> aligned;
+        const WCHAR* units = reinterpret_cast<const WCHAR*>(text);
+        if (reinterpret_cast<std::uintptr_t>(text) % alignof(WCHAR) != 0) {
+            aligned.resize(rest / 2);
+            std::memcpy(aligned.data(), text, aligned.size() * 2);
+            units = reinterpret_cast<const WCHAR*>(aligned.data());
+        }
+        TZelIniFileReaderImpl<CZelStringW, WCHAR> source(units, rest / 2, CP_UTF8);
+        return ParseLines(source, table);
+    }
+    if (encoding == zel_text::TextEncoding::Utf8) {
+        TZelIniFileReaderImpl<CZelStringUtf8, char> source(text, rest, CP_UTF8);
+        return ParseLines(source, table);
+    }
+    TZelIniFileReaderImpl<CZelStringA, char> source(text, rest, CP_ACP);
+    return ParseLines(source, table);
+}
+
+bool LoadIniFile(const CZelStringW& path, IniSections& table) {
+    std::vector<char16_t> units;
+    std::size_t size = 0;
+    if (!ReadWholeFile(path, units, size)) return false;
+    return ParseIniText(units.data(), size, table);
+}
+
+bool SaveIniFile(const CZelStringW& path, const IniSections& table, int encoding) {
+    if (!EnsureFolder(path)) return false;
+    return WithWriter(encoding, [&](auto& writer) {
+        if (!writer.Open(path)) return false;
+        bool ok = WriteTable(writer, table);
+        return writer.Flush() && ok;
+    });
+}
+
+bool SaveIniFileAtomic(const CZelStringW& path, const IniSections& table, int encoding) {
+    if (!EnsureFolder(path)) return false;
+    CZelStringW folder = FolderOf(path);
+    if (folder.IsEmpty()) folder = ZW(".");
+    WCHAR temporary[MAX_PATH + 1] = {};
+    if (GetTempFileNameW(folder.GetString(), ZW("ini"), 0, temporary) == 0) return false;
+    CZelStringW temporaryPath(temporary);
+    bool ok = WithWriter(encoding, [&](auto& writer) {
+        return writer.Open(temporaryPath) && WriteTable(writer, table) && writer.Commit();
+    });
+    if (ok) {
+        std::error_code error;
+        std::filesystem::rename(zel_platform::FileSystemPath(temporaryPath.GetString()),
+                                zel_platform::FileSystemPath(path.GetString()), error);
+        ok = !error;
+    }
+    if (!ok) DeleteFileW(temporaryPath.GetString());
+    return ok;
+}
+
+}  // namespace zel_settings

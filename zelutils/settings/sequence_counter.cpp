@@ -1,0 +1,43 @@
+#include "zelutils/settings/sequence_counter.h"
+
+#include "zelutils/fs/platform_file.h"
+#include "zelutils/text/zel_printf.h"
+
+namespace zel_settings {
+namespace {
+
+// The number stored in the counter file, or 0 when there is none to read.
+std::uint32_t ReadLastNumber(const zel_text::CZelStringW& path) {
+    HANDLE file = INVALID_HANDLE_VALUE;
+    if (!zel_fs::file_open_read(file, path.GetString())) return 0;
+    char text[32] = {};
+    std::int32_t length = zel_fs::file_read(file, text, sizeof text - 1);
+    zel_fs::file_close_reset(file);
+    unsigned last = 0;
+    if (length > 0 && zel_text::ScanText(text, "%u", &last) == 1) return last;
+    return 0;
+}
+
+void WriteLastNumber(const zel_text::CZelStringW& path, std::uint32_t number) {
+    HANDLE file = INVALID_HANDLE_VALUE;
+    if (!zel_fs::file_open_write(file, path.GetString())) return;
+    char text[16];
+    int length = zel_text::FormatBuffer(text, sizeof text, "%u", number);
+    zel_fs::file_write(file, text, static_cast<std::uint32_t>(length));
+    zel_fs::file_close_reset(file);
+}
+
+}  // namespace
+
+zel_text::CZelStringW NextSequenceFileName(const SequenceCounter& counter) {
+    zel_text::CZelStringW counterPath = counter.folder + ZW("/") + counter.baseName + ZW(".seq.ini");
+    std::uint32_t last = ReadLastNumber(counterPath);
+    std::uint32_t next = (last < counter.limit ? last : 0) + 1;
+    WriteLastNumber(counterPath, next);
+    zel_text::CZelStringW name;
+    name.Format(ZW("%ls/%ls%u%ls"), counter.folder.GetString(), counter.baseName.GetString(), next,
+                counter.extension.GetString());
+    return name;
+}
+
+}  // namespace zel_settings

@@ -1,0 +1,132 @@
+#include "zelutils/text/zel_number_format.h"
+
+#include "zelutils/text/zel_printf.h"
+
+#include <cmath>
+
+namespace zel_text {
+namespace {
+
+constexpr double kPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,
+                                   1e7,  1e8,  1e9,  1e10, 1e11, 1e12, 1e13,
+                                   1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20};
+
+constexpr double kTieTolerance = 4.440892098500626e-16;  // 2 * DBL_EPSILON
+constexpr double kMinuteInDegrees = 0.016666666666666666;
+
+const WCHAR* const kPrecisionFormats[] = {
+    ZW("%.2lf"),  ZW("%.3lf"),  ZW("%.4lf"),  ZW("%.5lf"),  ZW("%.6lf"),
+    ZW("%.7lf"),  ZW("%.8lf"),  ZW("%.9lf"),  ZW("%.10lf"), ZW("%.11lf"),
+    ZW("%.12lf"), ZW("%.13lf"), ZW("%.14lf"), ZW("%.15lf"), ZW("%.16lf")};
+
+// Scans exactly one field of type T with format; false and 0 otherwise.
+template <class T>
+bool ParseOneField(const WCHAR* text, const WCHAR* format, T& value) {
+    value = 0;
+    if (text == nullptr || text[0] == 0) return false;
+    T parsed = 0;
+    if (ScanText(text, format, &parsed) != 1) return false;
+    value = parsed;
+    return true;
+}
+
+}  // namespace
+
+double RoundToDecimals(double value, int digits) {
+    if (digits < 0) return 0.0;
+    double factor = digits < 21 ? kPowersOfTen[digits] : std::pow(10.0, digits);
+    bool negative = value < 0;
+    double scaled = std::fabs(value * factor);
+    double whole = 0;
+    double fraction = std::modf(scaled, &whole);
+    if (std::fabs(fraction - 0.5) < kTieTolerance) {
+        // Doubles from 2^53 up are all even, and the cast is only defined
+        // below 2^63.
+        if (whole < 9007199254740992.0 && (static_cast<std::int64_t>(whole) & 1) != 0) whole += 1;
+    } else if (fraction > 0.5) {
+        whole += 1;
+    }
+    double rounded = whole / factor;
+    if (negative && rounded != 0) rounded = -rounded;
+    return rounded;
+}
+
+CZelStringW FormatWithPrecision(double value, int digits) {
+    CZelStringW text;
+    if (IsNoValue(value)) return text;
+    if (digits == 1) {
+        text.Format(ZW("%3.1lf"), RoundToDecimals(value, digits));
+    } else if (digits >= 2 && digits <= 16) {
+        text.Format(kPrecisionFormats[digits - 2], RoundToDecimals(value, digits));
+    } else {
+        CZelStringW format;
+        format.Format(ZW("%%.%dlf"), digits);
+        text.Format(format.GetString(), value);
+    }
+    return text;
+}
+
+CZelStringW FormatWithoutTrailingZeros(double value) {
+    CZelStringW text;
+    if (IsNoValue(value)) return text;
+    text.Format(ZW("%.12lf"), value);
+    int end = text.GetLength();
+    while (end > 1 && text.GetAt(end - 1) == ZW('0')) --end;
+    if (end > 1 && end < text.GetLength() && text.GetAt(end - 1) == ZW('.')) --end;
+    if (end < text.GetLength()) text.Delete(end, text.GetLength() - end);
+    return text;
+}
+
+CZelStringW FormatInt64(std::int64_t value) {
+    CZelStringW text;
+    text.Format(ZW("%I64d"), value);
+    return text;
+}
+
+CZelStringW FormatDegreesMinutesSeconds(double degrees) {
+    double whole = std::trunc(degrees);
+    double fraction = degrees - whole;
+    int minutes = static_cast<int>(fraction * 60);
+    double seconds = (fraction - minutes * kMinuteInDegrees) * 3600;
+    CZelStringW text;
+    text.Format(ZW("%2d:%2d:%5.3f"), static_cast<int>(whole), minutes, seconds);
+    return text;
+}
+
+bool ParseInt(const WCHAR* text, int& value) { return ParseOneField(text, ZW("%d"), value); }
+
+bool ParseLong(const WCHAR* text, LONG& value) { return ParseOneField(text, ZW("%ld"), value); }
+
+bool ParseUnsigned(const WCHAR* text, unsigned& value) {
+    return ParseOneField(text, ZW("%u"), value);
+}
+
+bool ParseShort(const WCHAR* text, short& value) { return ParseOneField(text, ZW("%hd"), value); }
+
+bool ParseInt64(const WCHAR* text, std::int64_t& value) {
+    return ParseOneField(text, ZW("%I64d"), value);
+}
+
+bool ParseDateTime(const CZelStringW& text, SYSTEMTIME& time) {
+    if (text.IsEmpty()) return false;
+    // The fields are scanned straight into the record, as short integers.
+    int fields = ScanText(text.GetString(), ZW("%hd-%hd-%hd %hd:%hd:%hd"),
+                          reinterpret_cast<short*>(&time.wYear), reinterpret_cast<short*>(&time.wMonth),
+                          reinterpret_cast<short*>(&time.wDay), reinterpret_cast<short*>(&time.wHour),
+                          reinterpret_cast<short*>(&time.wMinute),
+                          reinterpret_cast<short*>(&time.wSecond));
+    time.wMilliseconds = static_cast<WORD>(time.wSecond / 1000);
+    return fields == 6;
+}
+
+bool ParseColor(const CZelStringW& text, DWORD& color) {
+    if (text.GetLength() != 7 || text.GetAt(0) != ZW('#')) return false;
+    unsigned red = 0;
+    unsigned green = 0;
+    unsigned blue = 0;
+    ScanText(text.GetString() + 1, ZW("%2X%2X%2X"), &red, &green, &blue);
+    color = (red << 16) | (green << 8) | blue;
+    return true;
+}
+
+}  // namespace zel_text

@@ -1,0 +1,4 @@
+# Threads and time.
+list(APPEND ZEL_SOURCES
+  zelsys/zel_time.cpp
+)
