@@ -27,8 +27,8 @@ protected:
         const std::string output = PathOf("stdout.txt");
         const std::string errors = PathOf("stderr.txt");
         const int status = RunTool(arguments, output, errors);
-        output_ = Read(output);
-        errors_ = Read(errors);
+        output_ = LineEndsAsLf(Read(output));
+        errors_ = LineEndsAsLf(Read(errors));
         std::filesystem::remove(output);
         std::filesystem::remove(errors);
         return status;
@@ -36,6 +36,13 @@ protected:
 
     const std::string& Output() const { return output_; }
     const std::string& Errors() const { return errors_; }
+
+    /// text with CR LF line ends (a Windows program's text output) as LF.
+    static std::string LineEndsAsLf(std::string text) {
+        std::size_t at = 0;
+        while ((at = text.find("\r\n", at)) != std::string::npos) text.erase(at, 1);
+        return text;
+    }
 
     static std::string Read(const std::string& path) {
         std::ifstream file(path, std::ios::binary);
