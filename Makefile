@@ -54,7 +54,8 @@ fuzz:
 	@for target in $(FUZZ_BUILD)/fuzz/*_fuzz; do \
 		name=$$(basename $$target _fuzz); work=$(FUZZ_BUILD)/corpus-$$name; \
 		mkdir -p $$work && cp -n fuzz/corpus/$$name/* $$work/ 2>/dev/null; \
-		$$target -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 $$work 2>&1 | tail -n 12 || exit 1; \
+		$$target -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 $$work >$$work.log 2>&1; status=$$?; \
+		tail -n 6 $$work.log; [ $$status -eq 0 ] || { echo "fuzz: $$name failed, see $$work.log"; exit 1; }; \
 	done
 
 install: build
