@@ -2,6 +2,8 @@
 // memory figures: the platform calls the log and the checks are built on.
 #include "zelutils/platform/win32.h"
 
+#include "tests/support/environment.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -137,6 +139,14 @@ TEST(ThreadIds, DifferBetweenThreadsAndStayWithinOne) {
     EXPECT_NE(GetCurrentProcessId(), 0u);
 }
 
+TEST(ThreadIdsDeathTest, AForkedChildAsksForItsOwnId) {
+    if (!zel_platform::kEmulated) GTEST_SKIP() << "fork is a POSIX facility";
+    GTEST_FLAG_SET(death_test_style, "fast");
+    const DWORD parent = GetCurrentThreadId();
+    EXPECT_EXIT(std::exit(GetCurrentThreadId() != parent && GetCurrentThreadId() == GetCurrentProcessId() ? 0 : 1),
+                ::testing::ExitedWithCode(0), "");
+}
+
 TEST(ThreadIds, AreTheKernelIdsWhereTheMainThreadSharesThePid) {
     if (!zel_platform::kEmulated) GTEST_SKIP() << "Windows numbers threads and processes apart";
     // GoogleTest runs tests on the main thread, whose kernel id is the pid;
@@ -198,26 +208,28 @@ TEST(DebugOutput, ReachesTheInstalledSinkOnly) {
     EXPECT_EQ(received, expected);
 }
 
-TEST(DebugOutput, DefaultWritesUtf8ToStderrOnlyWhenSwitchedOn) {
-    if (!zel_platform::kEmulated) GTEST_SKIP() << "Windows has a real debug output";
-    ScopedDebugOutputSink defaultSink{zel_platform::DebugOutputSink{}};
+// The setting is read once per process, so each case runs in a new one.
+void PrintDebugOutputBetweenBrackets() {
     const WCHAR text[] = {'c', 'a', 'f', 0xE9, ' ', 0xD83D, 0xDE00, ' ', 0xD800, '\n', 0};
-    auto Captured = [&] {
-        ::testing::internal::CaptureStderr();
-        OutputDebugStringW(text);
-        return ::testing::internal::GetCapturedStderr();
-    };
-    // putenv keeps the strings it is given, so they outlive the test.
-    const char* saved = std::getenv("ZEL_DEBUG_OUTPUT");
-    static std::string restore;
-    restore = std::string("ZEL_DEBUG_OUTPUT=") + (saved != nullptr ? saved : "");
-    static char on[] = "ZEL_DEBUG_OUTPUT=1";
-    static char other[] = "ZEL_DEBUG_OUTPUT=yes";
-    putenv(on);
-    EXPECT_EQ(Captured(), "caf\xC3\xA9 \xF0\x9F\x98\x80 \xEF\xBF\xBD\n");
-    putenv(other);
-    EXPECT_EQ(Captured(), "");
-    putenv(restore.data());
+    std::fputs("[", stderr);
+    std::fflush(stderr);
+    OutputDebugStringW(text);
+    std::fputs("]", stderr);
+    std::exit(0);
+}
+
+TEST(DebugOutputDeathTest, DefaultWritesUtf8ToStderrOnlyWhenSwitchedOn) {
+    if (!zel_platform::kEmulated) GTEST_SKIP() << "Windows has a real debug output";
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    {
+        zel_test::ScopedEnvironment on("ZEL_DEBUG_OUTPUT", "1");
+        EXPECT_EXIT(PrintDebugOutputBetweenBrackets(), ::testing::ExitedWithCode(0),
+                    "\\[caf\xC3\xA9 \xF0\x9F\x98\x80 \xEF\xBF\xBD\n\\]");
+    }
+    {
+        zel_test::ScopedEnvironment other("ZEL_DEBUG_OUTPUT", "yes");
+        EXPECT_EXIT(PrintDebugOutputBetweenBrackets(), ::testing::ExitedWithCode(0), "\\[\\]");
+    }
 }
 
 TEST(MessageBoxes, TheHandlerAnswersWithWhatItWasShown) {

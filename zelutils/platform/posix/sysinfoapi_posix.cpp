@@ -69,7 +69,10 @@ DWORD GetTickCount() {
 
 void GetSystemTimeAsFileTime(LPFILETIME systemTimeAsFileTime) {
     if (systemTimeAsFileTime == nullptr) return;
-    timespec now = Now(CLOCK_REALTIME);
+    // The coarse clock, as on Windows (a few milliseconds' resolution): it is
+    // several times cheaper, and callers that need milliseconds refine it
+    // with the tick count.
+    timespec now = Now(CLOCK_REALTIME_COARSE);
     std::uint64_t value = kUnixEpochAsFileTime +
                           static_cast<std::uint64_t>(
                               static_cast<std::int64_t>(now.tv_sec) * 10000000 + now.tv_nsec / 100);
