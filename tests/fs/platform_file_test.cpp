@@ -337,7 +337,7 @@ TEST_F(PlatformFile, CheckedFailuresNameTheModuleCallAndError) {
     CZelStringW out = ZW("stale");
     ExpectError(ErrorText([&] { GetTempFileNameChecked(P("nowhere"), ZW("t"), 0, out); }),
                 "GetTempFileName",
-                zel_platform::kEmulated ? ERROR_PATH_NOT_FOUND : ERROR_DIRECTORY);
+                ERROR_DIRECTORY);
     EXPECT_TRUE(out.IsEmpty());
     static int notAModule;
     ExpectError(ErrorText([&] {
