@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build needs, only those that are missing.
-# Usage: scripts/bootstrap.sh [test|bench|fuzz]...   (default: test)
+# Usage: scripts/bootstrap.sh [test|bench|fuzz|windows]...   (default: test)
 # Quiet when everything is present; idempotent.
 set -euo pipefail
 
@@ -9,6 +9,8 @@ packages_for() {
         test)  echo "cmake make g++ pkg-config zlib1g-dev libminizip-dev libexpat1-dev libgtest-dev libgmock-dev" ;;
         bench) packages_for test; echo "libbenchmark-dev libspdlog-dev libinih-dev" ;;
         fuzz)  packages_for test; echo "clang libclang-rt-14-dev" ;;
+        # The MinGW-w64 cross build, GoogleTest's sources for it, and Wine to run it.
+        windows) echo "cmake make g++-mingw-w64-x86-64-posix googletest wine wine64" ;;
         *) echo "bootstrap: unknown set '$1'" >&2; exit 2 ;;
     esac
 }

@@ -266,7 +266,9 @@ TEST_F(LogTest, AFolderThatCannotBeMadeFallsBackToTheTemporaryFolder) {
     std::ofstream(Folder() / "file.txt") << "in the way";
     EXPECT_EXIT(
         {
-            zel_test::ScopedEnvironment tmp("TMPDIR", (Folder() / "tmp").string().c_str());
+            // The temporary folder is TMPDIR on POSIX, TMP on Windows.
+            zel_test::ScopedEnvironment tmp(zel_platform::kEmulated ? "TMPDIR" : "TMP",
+                                            (Folder() / "tmp").string().c_str());
             zel::folders::GetApplicationFileNameBuilder().SetDataFolder(
                 zel_text::CZelStringUtf8((Folder() / "file.txt" / "logs").string().c_str()).ToWide(), 0);
             logPrintf("where am I");

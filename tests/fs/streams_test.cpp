@@ -199,16 +199,18 @@ TEST_F(FileStreamTest, BufferedWritesReachTheFile) {
         TBufferedStream buffered(new TFileStream(path.GetString(), 0x48), true, 64);
         for (int i = 0; i < 4; ++i) ASSERT_EQ(buffered.Write(data.data(), 250, false), kStreamOk);
     }
-    TBufferedStream reader(new TFileStream(path.GetString(), 0x21), true, 64);
-    std::vector<std::uint8_t> all(1000);
-    std::uint32_t read = 0;
-    // The refill that meets the end of the file reports the file stream's
-    // short read at once; the bytes it brought are served by the next call.
-    EXPECT_EQ(reader.Read(all.data(), 1000, read), kStreamShortRead);
-    EXPECT_EQ(read, 960u);
-    std::uint32_t rest = 0;
-    EXPECT_EQ(reader.Read(all.data() + 960, 40, rest), kStreamOk);
-    EXPECT_EQ(rest, 40u);
-    EXPECT_EQ(std::vector<std::uint8_t>(all.begin() + 750, all.end()), data);
+    {
+        TBufferedStream reader(new TFileStream(path.GetString(), 0x21), true, 64);
+        std::vector<std::uint8_t> all(1000);
+        std::uint32_t read = 0;
+        // The refill that meets the end of the file reports the file stream's
+        // short read at once; the bytes it brought are served by the next call.
+        EXPECT_EQ(reader.Read(all.data(), 1000, read), kStreamShortRead);
+        EXPECT_EQ(read, 960u);
+        std::uint32_t rest = 0;
+        EXPECT_EQ(reader.Read(all.data() + 960, 40, rest), kStreamOk);
+        EXPECT_EQ(rest, 40u);
+        EXPECT_EQ(std::vector<std::uint8_t>(all.begin() + 750, all.end()), data);
+    }
     EXPECT_TRUE(DeleteFileW(path.GetString()));
 }

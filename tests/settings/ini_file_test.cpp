@@ -230,32 +230,38 @@ TEST_F(IniTest, AtomicSaveSurvivesEveryFailingStep) {
     IniSections after;
     after[W(u"S")][W(u"k")] = W(u"new");
 
+    ASSERT_TRUE(SaveIniFileAtomic(PathW("new.ini"), after, kIniUtf16LE));
+    std::string replaced = ReadBytes("new.ini");
+    std::filesystem::remove(PathOf("new.ini"));
+
     using zel_platform::SystemCall;
     struct Fault {
         SystemCall call;
+        unsigned nth;
         int errnoValue;
+        bool renamed;  // the fault comes after the new file took the name
     };
-    // (A failing close is not in the list: the data is on the disk once the
-    // flush succeeded.)
-    const Fault faults[] = {{SystemCall::Open, ENOSPC}, {SystemCall::Write, ENOSPC}, {SystemCall::Write, EIO},
-                            {SystemCall::Sync, EIO},    {SystemCall::Rename, EXDEV}};
+    // Syncs: the temporary file's, then the folder's once renamed. (A failing
+    // close is not in the list: the data is on the disk once the flush succeeded.)
+    const Fault faults[] = {
+        {SystemCall::Open, 1, ENOSPC, false}, {SystemCall::Write, 1, ENOSPC, false},
+        {SystemCall::Write, 1, EIO, false},   {SystemCall::Sync, 1, EIO, false},
+        {SystemCall::Sync, 2, EIO, true},     {SystemCall::Rename, 1, EXDEV, false},
+    };
     for (const Fault& fault : faults) {
-        for (unsigned nth = 1; nth <= 2; ++nth) {
-            zel_platform::ResetSystemCalls();
-            ASSERT_TRUE(zel_platform::FailSystemCall(fault.call, nth, fault.errnoValue));
-            bool saved = SaveIniFileAtomic(PathW("keep.ini"), after, kIniUtf16LE);
-            bool struck = zel_platform::SystemCallCount(fault.call) >= nth;
-            zel_platform::ResetSystemCalls();
-            if (struck) {
-                EXPECT_FALSE(saved) << static_cast<int>(fault.call) << " #" << nth;
-                EXPECT_EQ(ReadBytes("keep.ini"), previous) << static_cast<int>(fault.call) << " #" << nth;
-            }
-            EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder()), {}), 1)
-                << "no temporary file left after " << static_cast<int>(fault.call) << " #" << nth;
-            if (saved) {
-                ASSERT_TRUE(SaveIniFileAtomic(PathW("keep.ini"), before, kIniUtf16LE));
-            }
-        }
+        std::string name = std::to_string(static_cast<int>(fault.call)) + " #" + std::to_string(fault.nth);
+        zel_platform::ResetSystemCalls();
+        ASSERT_TRUE(zel_platform::FailSystemCall(fault.call, fault.nth, fault.errnoValue));
+        bool saved = SaveIniFileAtomic(PathW("keep.ini"), after, kIniUtf16LE);
+        EXPECT_GE(zel_platform::SystemCallCount(fault.call), fault.nth) << name << " was not reached";
+        zel_platform::ResetSystemCalls();
+        EXPECT_FALSE(saved) << name;
+        // Never a torn file: the whole old content, or the whole new one
+        // when only the folder's flush failed.
+        EXPECT_EQ(ReadBytes("keep.ini"), fault.renamed ? replaced : previous) << name;
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder()), {}), 1)
+            << "no temporary file left after " << name;
+        ASSERT_TRUE(SaveIniFileAtomic(PathW("keep.ini"), before, kIniUtf16LE));
     }
     // A short write (a disk that fills up) is caught as well.
     ASSERT_TRUE(zel_platform::ShortenWrite(1, 3, ENOSPC));

@@ -41,6 +41,15 @@ TEST_F(IniCommand, ErrorsNameTheFileAndTheReason) {
 
 TEST_F(IniCommand, PathPrintsTheComputedFolders) {
     ASSERT_EQ(Run("path"), 0) << Errors();
-    EXPECT_NE(Output().find("program file  "), std::string::npos);
-    EXPECT_NE(Output().find("/tools/zelutil/geoids\n"), std::string::npos) << Output();
+    const std::string& out = Output();
+    EXPECT_NE(out.find("program file  "), std::string::npos);
+    // The program folder is the tool's own; sub-folders are appended with "/"
+    // whatever separators the program's path has.
+    const std::string label = "\nprogram       ";
+    std::size_t start = out.find(label);
+    ASSERT_NE(start, std::string::npos) << out;
+    start += label.size();
+    const std::string programFolder = out.substr(start, out.find('\n', start) - start);
+    EXPECT_TRUE(std::filesystem::equivalent(programFolder, zel_test::ToolPath().parent_path())) << out;
+    EXPECT_NE(out.find("\ngeoids        " + programFolder + "/geoids\n"), std::string::npos) << out;
 }

@@ -2,11 +2,10 @@
 #pragma once
 
 #include "tests/support/temp_folder.h"
-#include "zelutils/platform/windef.h"
+#include "tests/support/tool.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -19,11 +18,7 @@ class ToolTest : public TempFolderTest {
 protected:
     void SetUp() override {
         TempFolderTest::SetUp();
-        const char* testDir = std::getenv("ZEL_TEST_BINARY_DIR");
-        if (testDir != nullptr) tool_ = std::filesystem::path(testDir) / ".." / "tools" / "zelutil" / "zelutil";
-        if (tool_.empty() || !std::filesystem::exists(tool_)) {
-            GTEST_SKIP() << "the zelutil tool is not built next to the tests";
-        }
+        if (ToolPath().empty()) GTEST_SKIP() << "the zelutil tool is not built next to the tests";
     }
 
     /// Runs zelutil with arguments; returns its exit code and keeps what it
@@ -31,19 +26,23 @@ protected:
     int Run(const std::string& arguments) {
         const std::string output = PathOf("stdout.txt");
         const std::string errors = PathOf("stderr.txt");
-        const int status = std::system(("\"" + tool_.string() + "\" " + arguments + " >\"" + output + "\" 2>\"" +
-                                        errors + "\"")
-                                           .c_str());
-        output_ = Read(output);
-        errors_ = Read(errors);
+        const int status = RunTool(arguments, output, errors);
+        output_ = LineEndsAsLf(Read(output));
+        errors_ = LineEndsAsLf(Read(errors));
         std::filesystem::remove(output);
         std::filesystem::remove(errors);
-        // std::system gives the exit code on Windows and a wait status elsewhere.
-        return zel_platform::kEmulated ? (status >> 8) & 0xFF : status;
+        return status;
     }
 
     const std::string& Output() const { return output_; }
     const std::string& Errors() const { return errors_; }
+
+    /// text with CR LF line ends (a Windows program's text output) as LF.
+    static std::string LineEndsAsLf(std::string text) {
+        std::size_t at = 0;
+        while ((at = text.find("\r\n", at)) != std::string::npos) text.erase(at, 1);
+        return text;
+    }
 
     static std::string Read(const std::string& path) {
         std::ifstream file(path, std::ios::binary);
@@ -57,7 +56,6 @@ protected:
     std::string Quoted(const std::string& name) const { return "\"" + PathOf(name) + "\""; }
 
 private:
-    std::filesystem::path tool_;
     std::string output_;
     std::string errors_;
 };

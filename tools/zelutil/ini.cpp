@@ -108,10 +108,11 @@ int Set(const Args& args) {
         return UsageError("ini", "[" + args[2] + "] " + args[3] + " cannot be stored: " + reason);
     }
     IniSections table;
-    std::ifstream probe(args[1], std::ios::binary);
-    if (probe && !Load(args[1], table)) return kExitUsage;
+    // Closed again at once: Windows cannot replace a file that is open.
+    const bool exists = std::ifstream(args[1], std::ios::binary).good();
+    if (exists && !Load(args[1], table)) return kExitUsage;
     table[Wide(args[2])][Wide(args[3])] = Wide(args[4]);
-    return Save(args[1], table, probe ? EncodingOf(args[1]) : zel_settings::kIniUtf8) ? kExitOk : kExitUsage;
+    return Save(args[1], table, exists ? EncodingOf(args[1]) : zel_settings::kIniUtf8) ? kExitOk : kExitUsage;
 }
 
 int Convert(const Args& args) {

@@ -47,11 +47,11 @@ CivilDate CivilFromDays(std::int64_t days) {
 
 class LogClock {
 public:
-    LogTime Now() {
+    // The time at tick, a reading of the millisecond tick count just taken.
+    LogTime Now(DWORD tick) {
         FILETIME fileTime;
         GetSystemTimeAsFileTime(&fileTime);
         std::uint64_t clock = (std::uint64_t{fileTime.dwHighDateTime} << 32) | fileTime.dwLowDateTime;
-        DWORD tick = zel_platform::TickCount();
 
         std::lock_guard<std::mutex> lock(mutex_);
         if (!based_) Rebase(clock, tick);
@@ -188,9 +188,9 @@ LogFile* LiveLog() {
 }
 }  // namespace
 
-LogTime CurrentLogTime() { return TheClock().Now(); }
+LogTime CurrentLogTime() { return TheClock().Now(zel_platform::TickCount()); }
 
-LogFile::LogFile() { buffer_.resize(64 * 1024); }
+LogFile::LogFile() : buffer_(64 * 1024), narrowScratch_(1024) {}
 
 LogFile& LogFile::instance() {
     if (LogFile* log = LiveLog()) return *log;
@@ -235,7 +235,7 @@ void LogFile::WriteStartLine() {
 int LogFile::BeginLine() {
     previousLineTick_ = lastLineTick_;
     lastLineTick_ = zel_platform::TickCount();
-    PutPrefix(lineText_.GetBuffer(kPrefixLength + 256), CurrentLogTime(), GetCurrentThreadId());
+    PutPrefix(lineText_.GetBuffer(kPrefixLength + 256), TheClock().Now(lastLineTick_), GetCurrentThreadId());
     lineText_.ReleaseBuffer(kPrefixLength);
     return kPrefixLength;
 }
@@ -256,7 +256,9 @@ void LogFile::EndLine(DWORD level, int length) {
             flushBuffer();
         }
     }
-    if ((level & kLogLevelDebuggerBit) != 0) SendToDebugger(lineText_.GetString(), length);
+    if ((level & kLogLevelDebuggerBit) != 0 && zel_platform::DebugOutputWanted()) {
+        SendToDebugger(lineText_.GetString(), length);
+    }
 }
 
 void LogFile::SendToDebugger(const WCHAR* line, int length) {
@@ -319,15 +321,21 @@ void LogFile::printfW(DWORD level, const WCHAR* format, va_list args) {
 void LogFile::printf(DWORD level, const char* format, va_list args) {
     if ((levelMask_ & level) == 0) return;
     std::lock_guard<std::recursive_timed_mutex> guard(lock_);
+    // Formats into the scratch text; one that does not fit is measured and
+    // formatted again.
     va_list attempt;
     va_copy(attempt, args);
-    int length = zel_text::FormattedLengthV(format, attempt);
+    int length = zel_text::FormatBufferV(narrowScratch_.data(), narrowScratch_.size(), format, attempt);
     va_end(attempt);
-    length = std::max(length, 0);
-    if (narrowScratch_.size() < static_cast<std::size_t>(length) + 1) narrowScratch_.resize(length + 1);
-    va_copy(attempt, args);
-    zel_text::FormatBufferV(narrowScratch_.data(), narrowScratch_.size(), format, attempt);
-    va_end(attempt);
+    if (length < 0 || static_cast<std::size_t>(length) == narrowScratch_.size()) {
+        va_copy(attempt, args);
+        length = std::max(zel_text::FormattedLengthV(format, attempt), 0);
+        va_end(attempt);
+        narrowScratch_.resize(static_cast<std::size_t>(length) + 1);
+        va_copy(attempt, args);
+        zel_text::FormatBufferV(narrowScratch_.data(), narrowScratch_.size(), format, attempt);
+        va_end(attempt);
+    }
 
     int prefix = BeginLine();
     int wideLength = length == 0 ? 0

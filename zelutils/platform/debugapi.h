@@ -38,6 +38,13 @@ ZEL_API DebugOutputSink SetDebugOutputSink(DebugOutputSink sink);
 /// none. Null text is ignored. Safe to call from any thread.
 ZEL_API void DebugOutput(LPCWSTR text);
 /// The platform's own debug output: the debugger's output window on
-/// Windows; on POSIX stderr as UTF-8 when ZEL_DEBUG_OUTPUT is "1".
+/// Windows; on POSIX stderr as UTF-8 when ZEL_DEBUG_OUTPUT is "1" (read once,
+/// at the first debug output of the process).
 ZEL_API void DefaultDebugOutput(LPCWSTR text);
+/// Whether DefaultDebugOutput writes anything now (always on Windows, where
+/// a debugger or a viewer may listen at any time).
+ZEL_API bool DefaultDebugOutputEnabled();
+/// Whether DebugOutput reaches anything: a sink is installed or the default
+/// output is enabled. Lets a caller on a busy path skip building the text.
+ZEL_API bool DebugOutputWanted();
 }  // namespace zel_platform

@@ -12,7 +12,9 @@
 #define DUPLICATE_CLOSE_SOURCE 0x00000001
 #define DUPLICATE_SAME_ACCESS 0x00000002
 
-/// Closes any handle of the table. FALSE and error 6 for a handle that is not live.
+/// Closes any handle of the table. FALSE and error 6 for a handle that is not
+/// live; TRUE, doing nothing, for INVALID_HANDLE_VALUE, which is also the
+/// current process's pseudo-handle.
 ZEL_API BOOL CloseHandle(HANDLE object);
 /// Makes a second handle to the same object (sharing, for a file, the file
 /// pointer). On POSIX both processes must be GetCurrentProcess() (else 6) and

@@ -17,6 +17,7 @@ namespace {
 // Constant-initialised, so it is usable from any static constructor or
 // destructor.
 std::atomic<TickSource> gTickSource{nullptr};
+std::atomic<bool> gDebugSinkInstalled{false};
 
 // One replaceable hook. Callers get a shared reference to the hook in force
 // and run it outside the lock, so a handler that shows a box for minutes
@@ -65,8 +66,14 @@ DWORD TickCount() {
 }
 
 DebugOutputSink SetDebugOutputSink(DebugOutputSink sink) {
-    return DebugOutputSlot().Exchange(std::move(sink));
+    DebugOutputSink previous = DebugOutputSlot().Exchange(std::move(sink));
+    // Read back rather than taken from the argument, so racing setters leave
+    // the flag as the slot ends up.
+    gDebugSinkInstalled.store(DebugOutputSlot().Current() != nullptr);
+    return previous;
 }
+
+bool DebugOutputWanted() { return gDebugSinkInstalled.load() || DefaultDebugOutputEnabled(); }
 
 void DebugOutput(LPCWSTR text) {
     if (text == nullptr) return;

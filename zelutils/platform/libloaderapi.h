@@ -1,6 +1,6 @@
 /// @file
-/// Module identity. A module handle is the module's load address, as on
-/// Windows; the null module is the running program.
+/// Module identity and the library's unload. A module handle is the module's
+/// load address, as on Windows; the null module is the running program.
 #pragma once
 
 #include "zelutils/platform/windef.h"
@@ -18,4 +18,14 @@ namespace zel_platform {
 /// The handle of the zelutils library's own module (the program itself when
 /// the library is linked statically).
 ZEL_API HMODULE LibraryModule();
+
+/// Registers handler to run once when the library unloads: at the DLL's
+/// process detach on Windows (before the library's static objects are
+/// destroyed); on POSIX, and where the library is linked statically, at
+/// exit or unload before the destructors of static objects constructed
+/// before the registration. Handlers run last registered first, on the
+/// unloading thread, and must not load or free modules. Returns false,
+/// registering nothing, for a null handler or when no more can be held (32
+/// on Windows).
+ZEL_API bool AtLibraryUnload(void (*handler)());
 }  // namespace zel_platform

@@ -1,10 +1,12 @@
 # The platform layer: the Win32 subset, emulated on POSIX, native on Windows.
 # hooks.cpp holds what both have in common (the replaceable tick source,
-# debug-output sink and message-box handler).
+# debug-output sink and message-box handler), errno_table.cpp the one errno
+# translation.
 if(WIN32)
   set(ZEL_PLATFORM_SOURCES
     platform/win32/debugapi_win32.cpp
     platform/win32/fault_injection_win32.cpp
+    platform/win32/libloaderapi_win32.cpp
     platform/win32/native_path_win32.cpp
     platform/win32/stringapiset_win32.cpp
     platform/win32/winuser_win32.cpp
@@ -31,4 +33,4 @@ else()
     platform/posix/winuser_posix.cpp
   )
 endif()
-list(APPEND ZEL_SOURCES platform/hooks.cpp ${ZEL_PLATFORM_SOURCES})
+list(APPEND ZEL_SOURCES platform/errno_table.cpp platform/hooks.cpp ${ZEL_PLATFORM_SOURCES})

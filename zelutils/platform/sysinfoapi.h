@@ -13,8 +13,9 @@
 #include "zelutils/zel_api.h"
 
 #ifndef _WIN32
-/// Memory figures of the machine and the process, in bytes, each at most
-/// 0xFFFFFFFF as for programs written against the 32-bit structure.
+/// Memory figures of the machine and the process, in bytes. SIZE_T is as
+/// wide as a pointer, so a 64-bit process sees the full figures, as 64-bit
+/// Windows reports them.
 typedef struct _MEMORYSTATUS {
     DWORD dwLength;         ///< sizeof(MEMORYSTATUS), set by the call
     DWORD dwMemoryLoad;     ///< percentage of physical memory in use

@@ -5,6 +5,14 @@
 #pragma once
 
 #ifdef _WIN32
+// No min/max macros (they break std::min and std::max) and none of the COM,
+// shell or sockets headers the library does not use.
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
 #include <windows.h>
 #define ZW_(s) L##s
 #else

@@ -9,6 +9,8 @@
 
 #ifdef _WIN32
 #include <windows.h>
+// BSTR and OLECHAR, which the lean <windows.h> leaves out.
+#include <wtypes.h>
 #else
 #include <cstddef>
 #include <cstdint>

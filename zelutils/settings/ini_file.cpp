@@ -328,12 +328,9 @@ bool SaveIniFileAtomic(const CZelStringW& path, const IniSections& table, int en
     bool ok = WithWriter(encoding, [&](auto& writer) {
         return writer.Open(temporaryPath) && WriteTable(writer, table) && writer.Commit();
     });
-    if (ok) {
-        std::error_code error;
-        std::filesystem::rename(zel_platform::FileSystemPath(temporaryPath.GetString()),
-                                zel_platform::FileSystemPath(path.GetString()), error);
-        ok = !error;
-    }
+    // Write-through also flushes the folder, so the new name survives a power loss.
+    ok = ok && MoveFileExW(temporaryPath.GetString(), path.GetString(),
+                           MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
     if (!ok) DeleteFileW(temporaryPath.GetString());
     return ok;
 }

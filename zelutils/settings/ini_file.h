@@ -130,8 +130,11 @@ ZEL_API bool LoadIniFile(const zel_text::CZelStringW& path, IniSections& table);
 /// empty line after each section, CR LF line ends.
 ZEL_API bool SaveIniFile(const zel_text::CZelStringW& path, const IniSections& table, int encoding);
 
-/// As SaveIniFile, but through a flushed temporary file renamed over path:
-/// on any failure path keeps its previous content and no temporary file is left.
+/// As SaveIniFile, but through a flushed temporary file renamed over path
+/// (and the folder flushed after the rename). path never holds a torn file:
+/// on failure it keeps its previous content, except when only the folder's
+/// flush failed, when it holds the whole new content (and false reports that
+/// the rename may not survive a power loss). No temporary file is left.
 ZEL_API bool SaveIniFileAtomic(const zel_text::CZelStringW& path, const IniSections& table, int encoding);
 
 /// Parses text already in memory (bytes of a whole file) into table, as

@@ -440,8 +440,8 @@ private:
 };
 
 // The library holds the one copy of each instantiation.
-extern template class ZEL_API CZelStringT<char>;
-extern template class ZEL_API CZelStringT<WCHAR>;
-extern template class ZEL_API CZelStringT<char32_t>;
+ZEL_EXTERN_TEMPLATE_CLASS(CZelStringT<char>);
+ZEL_EXTERN_TEMPLATE_CLASS(CZelStringT<WCHAR>);
+ZEL_EXTERN_TEMPLATE_CLASS(CZelStringT<char32_t>);
 
 }  // namespace zel_text

@@ -44,11 +44,18 @@ BOOL CheckRemoteDebuggerPresent(HANDLE process, BOOL* debuggerPresent) {
 
 namespace zel_platform {
 
+bool DefaultDebugOutputEnabled() {
+    // Read once: it is a setting of the process's environment, and the log
+    // asks for it with every line.
+    static const bool enabled = [] {
+        const char* value = std::getenv("ZEL_DEBUG_OUTPUT");
+        return value != nullptr && std::strcmp(value, "1") == 0;
+    }();
+    return enabled;
+}
+
 void DefaultDebugOutput(LPCWSTR text) {
-    if (text == nullptr) return;
-    // Read at each call, so a program may switch the output on while it runs.
-    const char* enabled = std::getenv("ZEL_DEBUG_OUTPUT");
-    if (enabled == nullptr || std::strcmp(enabled, "1") != 0) return;
+    if (text == nullptr || !DefaultDebugOutputEnabled()) return;
     std::string bytes;
     posix::AppendUtf8(bytes, text);
     posix::WriteToStderr(bytes);

@@ -617,6 +617,9 @@ UINT GetTempFileNameW(LPCWSTR pathName, LPCWSTR prefixString, UINT unique, LPWST
             tempFileName[name.size()] = 0;
             return number;
         }
+        // A folder that is missing (or is no folder) is "the directory name
+        // is invalid" here, as Windows reports it.
+        if (errno == ENOENT || errno == ENOTDIR) return Fail(ERROR_DIRECTORY);
         if (errno != EEXIST) return Fail(PathError(errno, path));
     }
     return Fail(ERROR_FILE_EXISTS);

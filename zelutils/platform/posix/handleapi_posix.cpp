@@ -4,8 +4,15 @@
 #include "zelutils/platform/errhandlingapi.h"
 
 #include "zelutils/platform/posix/handle_table.h"
+#include "zelutils/platform/processthreadsapi.h"
 
-BOOL CloseHandle(HANDLE object) { return zel_platform::posix::RemoveObject(object) ? TRUE : FALSE; }
+BOOL CloseHandle(HANDLE object) {
+    // All ones is also the current process's pseudo-handle, which Windows
+    // lets callers close to no effect: code that closes a failed
+    // CreateFileW result unchecked succeeds there, and must here too.
+    if (object == GetCurrentProcess()) return TRUE;
+    return zel_platform::posix::RemoveObject(object) ? TRUE : FALSE;
+}
 
 BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE sourceHandle, HANDLE targetProcess,
                      LPHANDLE targetHandle, DWORD /*desiredAccess*/, BOOL /*inheritHandle*/,

@@ -1,4 +1,5 @@
-// Module identity: a module handle is the module's load address.
+// Module identity: a module handle is the module's load address. Unload
+// handlers are exit handlers of the library's own shared object.
 #include "zelutils/platform/libloaderapi.h"
 
 #include "zelutils/platform/errhandlingapi.h"
@@ -100,5 +101,11 @@ HMODULE LibraryModule() {
     }();
     return module;
 }
+
+// Exit handlers registered from a shared object run when it is unloaded as
+// well as at exit, interleaved with the static destructors in reverse order of
+// registration: whatever a handler uses and was built before it is still
+// alive when it runs.
+bool AtLibraryUnload(void (*handler)()) { return handler != nullptr && std::atexit(handler) == 0; }
 
 }  // namespace zel_platform

@@ -3,14 +3,29 @@
 
 #include "zelutils/platform/errhandlingapi.h"
 
+#include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-DWORD GetCurrentThreadId() {
+namespace {
+// The calling thread's kernel id, asked once per thread: every log line
+// carries it. The thread that forks becomes a new thread in the child, so
+// the child forgets the id it inherited.
+thread_local DWORD tThreadId = 0;
+
+void ForgetThreadIdInChild() { tThreadId = 0; }
+
+DWORD AskThreadId() {
+    static const int registered = ::pthread_atfork(nullptr, nullptr, ForgetThreadIdInChild);
+    (void)registered;
     // The kernel's id rather than pthread_self(): it is what log lines and
     // debuggers name, and it differs between threads of different processes.
-    return static_cast<DWORD>(::syscall(SYS_gettid));
+    tThreadId = static_cast<DWORD>(::syscall(SYS_gettid));
+    return tThreadId;
 }
+}  // namespace
+
+DWORD GetCurrentThreadId() { return tThreadId != 0 ? tThreadId : AskThreadId(); }
 
 DWORD GetCurrentProcessId() { return static_cast<DWORD>(::getpid()); }
 

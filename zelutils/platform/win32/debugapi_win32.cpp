@@ -7,4 +7,6 @@ void DefaultDebugOutput(LPCWSTR text) {
     if (text != nullptr) OutputDebugStringW(text);
 }
 
+bool DefaultDebugOutputEnabled() { return true; }
+
 }  // namespace zel_platform
