@@ -46,7 +46,8 @@ public:
 
     /// Prints one line per pair whose two benchmarks both ran: CPU time
     /// ratio, speed-up, wall-clock ratio and, where both set bytes or items
-    /// processed, both rates. Pairs left out by --benchmark_filter are skipped.
+    /// processed, both rates (MB are 10^6 bytes). Pairs left out by
+    /// --benchmark_filter are skipped.
     void PrintRatios(const RatioPairs& pairs) const {
         std::size_t measuredWidth = 0;
         std::size_t baselineWidth = 0;
@@ -56,7 +57,10 @@ public:
             baselineWidth = std::max(baselineWidth, pair.second.size());
         }
         if (measuredWidth == 0) return;
-        std::ostream& out = display_->GetOutputStream();
+        // After a JSON or CSV report the ratios go to the error stream, so
+        // the output stays parseable.
+        bool console = dynamic_cast<benchmark::ConsoleReporter*>(display_) != nullptr;
+        std::ostream& out = console ? display_->GetOutputStream() : display_->GetErrorStream();
         out << "\nmeasured / baseline, fastest run of each: CPU time ratio, speed-up, wall-clock ratio"
                ", rates\n";
         for (const auto& pair : pairs) {
