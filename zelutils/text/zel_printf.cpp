@@ -254,7 +254,7 @@ struct FormatSpec {
     char conversion = 0;
 };
 
-// Parses the specification behind a '%', taking '*' values from args.
+// Parses the conversion specification behind a '%', taking '*' values from args.
 template <typename T>
 bool ParseFormatSpec(const T*& p, ArgList& args, FormatSpec& spec) {
     for (;; ++p) {
