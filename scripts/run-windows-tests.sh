@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Runs every cross-built test program of a Windows build once under Wine and
-# ends with one summary line ("N passed, S skipped, M failed"). Each Wine
+# ends with one summary line ("wine: N passed, M failed, S skipped"). Each Wine
 # process start costs seconds, so a program runs all its tests in one process
 # rather than one per test. Wine gets a prefix of its own inside the build
 # folder, no display and no debug channels, and its server is stopped at the
@@ -72,5 +72,5 @@ for program in "${programs[@]}"; do
     passed=$((passed + p)) skipped=$((skipped + s)) failed=$((failed + f))
 done
 
-echo "Windows (Wine): $passed passed, $skipped skipped, $failed failed"
+echo "wine: $passed passed, $failed failed, $skipped skipped"
 [ "$failed" -eq 0 ]
