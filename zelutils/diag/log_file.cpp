@@ -26,6 +26,12 @@ constexpr std::uint64_t kUnixEpochIn100ns = 116444736000000000ull;
 
 // --- The millisecond UTC clock --------------------------------------------
 
+// A UTC date and time of day with sub-second parts, as the log stamps it.
+struct LogTime {
+    int year, month, day, hour, minute, second;
+    int millisecond, microsecond, nanosecond;
+};
+
 struct CivilDate {
     int year, month, day;
 };
@@ -45,6 +51,9 @@ CivilDate CivilFromDays(std::int64_t days) {
             static_cast<int>(day)};
 }
 
+// The platform clock has a coarse resolution, so it is refined with the
+// millisecond tick count. Used only under the log's lock, which keeps the
+// base consistent.
 class LogClock {
 public:
     // The time at tick, a reading of the millisecond tick count just taken.
@@ -53,7 +62,6 @@ public:
         GetSystemTimeAsFileTime(&fileTime);
         std::uint64_t clock = (std::uint64_t{fileTime.dwHighDateTime} << 32) | fileTime.dwLowDateTime;
 
-        std::lock_guard<std::mutex> lock(mutex_);
         if (!based_) Rebase(clock, tick);
         std::int64_t byClock = static_cast<std::int64_t>(clock - baseClock_) / 10000;
         std::int64_t byTick = static_cast<DWORD>(tick - baseTick_);
@@ -85,7 +93,6 @@ private:
         baseTick_ = tick;
     }
 
-    std::mutex mutex_;
     bool based_ = false;
     std::uint64_t baseClock_ = 0;
     DWORD baseTick_ = 0;
@@ -188,8 +195,6 @@ LogFile* LiveLog() {
 }
 }  // namespace
 
-LogTime CurrentLogTime() { return TheClock().Now(zel_platform::TickCount()); }
-
 LogFile::LogFile() : buffer_(64 * 1024), narrowScratch_(1024) {}
 
 LogFile& LogFile::instance() {
@@ -224,7 +229,8 @@ bool LogFile::open(const zel_text::CZelStringW& path) {
 }
 
 void LogFile::WriteStartLine() {
-    LogTime now = CurrentLogTime();
+    std::lock_guard<std::recursive_timed_mutex> guard(lock_);
+    LogTime now = TheClock().Now(zel_platform::TickCount());
     zel_text::CZelStringW line;
     line.Format(ZW("Program %ls started on %d/%02d/%02d %02d:%02d:%02d.%03d UTC"),
                 zel::folders::GetProgramFilePath().GetString(), now.year, now.month, now.day, now.hour,

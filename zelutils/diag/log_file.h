@@ -115,14 +115,4 @@ ZEL_API void logFlush();
 /// The path of the current log file; empty while no file is open.
 ZEL_API zel_text::CZelStringW logFilePath();
 
-/// A UTC time of day with sub-second parts, as the log stamps it.
-struct LogTime {
-    int year, month, day, hour, minute, second;
-    int millisecond, microsecond, nanosecond;
-};
-/// The current UTC time with milliseconds: the platform clock refined by
-/// the millisecond tick count (rebased when the two drift apart by more
-/// than 1.1 s).
-ZEL_API LogTime CurrentLogTime();
-
 }  // namespace zel_core
