@@ -212,25 +212,37 @@ TEST_F(PlatformFile, PositionsPastFourGigabytes) {
     Remove("sparse");
 }
 
-TEST_F(PlatformFile, InvalidHandlesNeverReachThePlatform) {
+TEST_F(PlatformFile, InvalidHandlesNeverReachThePlatformAndSayWhy) {
     const HANDLE invalid = INVALID_HANDLE_VALUE;
     char byte = 0;
-    SetLastError(1234);
-    EXPECT_EQ(file_read(invalid, &byte, 1), -1);
-    EXPECT_EQ(file_write(invalid, &byte, 1), -1);
-    EXPECT_EQ(file_seek(invalid, 0, 0), ~std::uint64_t{0});
-    EXPECT_FALSE(file_truncate(invalid, 0));
-    EXPECT_FALSE(file_flush(invalid));
+    auto refused = [](bool failed) { return failed && GetLastError() == ERROR_INVALID_HANDLE; };
+    SetLastError(ERROR_HANDLE_EOF);
+    EXPECT_TRUE(refused(file_read(invalid, &byte, 1) == -1));
+    SetLastError(0);
+    EXPECT_TRUE(refused(file_write(invalid, &byte, 1) == -1));
+    SetLastError(0);
+    EXPECT_TRUE(refused(file_seek(invalid, 0, 0) == ~std::uint64_t{0}));
+    SetLastError(0);
+    EXPECT_TRUE(refused(!file_truncate(invalid, 0)));
+    SetLastError(0);
+    EXPECT_TRUE(refused(!file_flush(invalid)));
     file_info info;
-    EXPECT_FALSE(file_stat(invalid, &info));
-    EXPECT_FALSE(file_set_times(invalid, 0, 0));
+    SetLastError(0);
+    EXPECT_TRUE(refused(!file_stat(invalid, &info)));
+    SetLastError(0);
+    EXPECT_TRUE(refused(!file_set_times(invalid, 0, 0)));
     int failed = 0;
-    EXPECT_EQ(file_duplicate(invalid, &failed), INVALID_HANDLE_VALUE);
+    SetLastError(0);
+    EXPECT_TRUE(refused(file_duplicate(invalid, &failed) == INVALID_HANDLE_VALUE));
     EXPECT_EQ(failed, -1);
-    EXPECT_EQ(GetLastError(), 1234u) << "the last error is the caller's";
     HANDLE handle = invalid;
     file_close_reset(handle);
     EXPECT_EQ(handle, invalid);
+
+    // The checked tier names the same reason, not an older error.
+    CheckedFile closed;
+    SetLastError(ERROR_HANDLE_EOF);
+    EXPECT_THROW(closed.Read(&byte, 1), std::runtime_error) << "a stale end-of-file error must not hide the refusal";
 }
 
 TEST_F(PlatformFile, DuplicateSharesThePointerAndStatReportsTimes) {

@@ -368,6 +368,22 @@ TEST(StringFormat, TextOfAnyLengthUpTo131072ComesOutWhole) {
     s.Format(ZW("<%s>"), huge.c_str());
     EXPECT_EQ(s.GetLength(), 131072) << "text is cut after the last attempt";
     EXPECT_EQ(W(s.Left(2)), ZW("<z"));
+
+    // A string that held a longer text before: the cut text ends at the
+    // cut, not at the old text's terminator.
+    CZelStringW reused(WString(250000, ZW('o')).c_str());
+    reused.Format(ZW("%s"), WString(150000, ZW('n')).c_str());
+    EXPECT_EQ(reused.GetLength(), 131072);
+    EXPECT_EQ(reused.Find(ZW('o')), -1);
+}
+
+TEST(StringLocking, AssigningALongerTextKeepsTheLock) {
+    CZelStringW locked(ZW("ab"));
+    locked.LockBuffer();
+    locked = ZW("a text longer than the locked buffer");
+    CZelStringW copy(locked);
+    EXPECT_NE(copy.GetString(), locked.GetString()) << "still locked: copies are private";
+    EXPECT_EQ(W(copy), ZW("a text longer than the locked buffer"));
 }
 
 TEST(StringResources, LoadsStringsOfAnyLengthFromTheLibraryTable) {

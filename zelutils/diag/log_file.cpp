@@ -20,7 +20,6 @@ constexpr int kPrefixLength = 26;  // "hh:mm:ss.mmm ; tttttttt ; "
 constexpr std::size_t kBufferLimit = 1024;
 constexpr DWORD kPauseMs = 5000;
 constexpr int kDebuggerPiece = 250;
-constexpr DWORD kDefaultWriteMode = 0x48;  // create always, write
 constexpr std::uint32_t kLogFileCount = 10;
 constexpr std::uint64_t kUnixEpochIn100ns = 116444736000000000ull;
 
@@ -214,8 +213,10 @@ bool LogFile::open(const zel_text::CZelStringW& path) {
     std::lock_guard<std::recursive_timed_mutex> guard(lock_);
     bool created = false;
     int error = 0;
+    // Lines still buffered belong to the file they were written for.
+    flushBuffer();
     zel_fs::file_close_reset(handle_);
-    HANDLE handle = zel_fs::file_open(path.GetString(), kDefaultWriteMode, &created, &error);
+    HANDLE handle = zel_fs::file_open(path.GetString(), zel_fs::FO_CREATE_WRITE, &created, &error);
     if (handle == nullptr) handle = INVALID_HANDLE_VALUE;
     handle_ = handle;
     isOpen_ = handle_ != INVALID_HANDLE_VALUE && created && error == 0;
@@ -310,7 +311,7 @@ void LogFile::printfW(DWORD level, const WCHAR* format, va_list args) {
     int length = zel_text::FormatBufferV(lineText_.GetBuffer(prefix + room + 2) + prefix,
                                          static_cast<std::size_t>(room), format, attempt);
     va_end(attempt);
-    if (length < 0 || length == room) {
+    if (length < 0) {
         lineText_.ReleaseBuffer(prefix);
         va_copy(attempt, args);
         length = std::max(zel_text::FormattedLengthV(format, attempt), 0);
@@ -333,11 +334,13 @@ void LogFile::printf(DWORD level, const char* format, va_list args) {
     va_copy(attempt, args);
     int length = zel_text::FormatBufferV(narrowScratch_.data(), narrowScratch_.size(), format, attempt);
     va_end(attempt);
-    if (length < 0 || static_cast<std::size_t>(length) == narrowScratch_.size()) {
+    if (length < 0) {
         va_copy(attempt, args);
         length = std::max(zel_text::FormattedLengthV(format, attempt), 0);
         va_end(attempt);
-        narrowScratch_.resize(static_cast<std::size_t>(length) + 1);
+        if (narrowScratch_.size() <= static_cast<std::size_t>(length)) {
+            narrowScratch_.resize(static_cast<std::size_t>(length) + 1);
+        }
         va_copy(attempt, args);
         zel_text::FormatBufferV(narrowScratch_.data(), narrowScratch_.size(), format, attempt);
         va_end(attempt);
@@ -361,9 +364,9 @@ void LogFile::flushBuffer() {
 }
 
 void LogFile::flush() {
-    if (!isOpen_) return;
     std::unique_lock<std::recursive_timed_mutex> guard(lock_, std::chrono::milliseconds(200));
-    if (guard.owns_lock()) flushBuffer();
+    if (!guard.owns_lock() || !isOpen_) return;
+    flushBuffer();
     zel_fs::file_flush(handle_);
 }
 

@@ -66,9 +66,9 @@ public:
     /// Writes the buffered bytes to the file with one write and empties the
     /// buffer, whatever the write's result.
     void flushBuffer();
-    /// Writes the buffer out and asks the platform to flush the file. Never
-    /// waits long for the lock, so a crash handler may call it; if another
-    /// thread keeps the lock, the buffer is left to it and only the file is flushed.
+    /// Writes the buffer out and asks the platform to flush the file. Waits
+    /// at most 200 ms for the lock, so a crash handler may call it; when
+    /// another thread keeps the lock that long, nothing is done.
     void flush();
     /// The path of the file being written; empty while none is open.
     zel_text::CZelStringW filePath();

@@ -23,6 +23,14 @@ constexpr LONGLONG kEpochTicks = 116444736000000000LL;  // 1970-01-01 in file-ti
 
 bool IsInvalid(HANDLE handle) { return handle == INVALID_HANDLE_VALUE; }
 
+// True for the invalid handle, which never reaches the platform; the last
+// error then names the reason, as a platform refusal would.
+bool Refused(HANDLE handle) {
+    if (!IsInvalid(handle)) return false;
+    SetLastError(ERROR_INVALID_HANDLE);
+    return true;
+}
+
 // Throws the checked tier's error for the platform call `call` made on
 // `line` of this file. Callers name the line of the call relative to the
 // raising line (the call sits just above it).
@@ -170,7 +178,7 @@ void file_close_reset(HANDLE& handle) {
 }
 
 std::int32_t file_read(HANDLE handle, void* buffer, std::int32_t count) {
-    if (IsInvalid(handle) || count < 0) return -1;
+    if (Refused(handle) || count < 0) return -1;
     DWORD read = 0;
     if (ReadFile(handle, buffer, static_cast<DWORD>(count), &read, nullptr)) {
         return static_cast<std::int32_t>(read);
@@ -181,20 +189,20 @@ std::int32_t file_read(HANDLE handle, void* buffer, std::int32_t count) {
 }
 
 std::int32_t file_write(HANDLE handle, const void* buffer, std::int32_t count) {
-    if (IsInvalid(handle) || count < 0) return -1;
+    if (Refused(handle) || count < 0) return -1;
     DWORD written = 0;
     if (!WriteFile(handle, buffer, static_cast<DWORD>(count), &written, nullptr)) return -1;
     return static_cast<std::int32_t>(written);
 }
 
 std::uint64_t file_seek(HANDLE handle, int whence, std::int64_t offset) {
-    if (IsInvalid(handle)) return ~std::uint64_t{0};
+    if (Refused(handle)) return ~std::uint64_t{0};
     std::uint64_t position = 0;
     return MovePointer(handle, offset, whence, &position) ? position : 0;
 }
 
 bool file_truncate(HANDLE handle, std::uint64_t size) {
-    if (IsInvalid(handle)) return false;
+    if (Refused(handle)) return false;
     std::uint64_t previous = 0;
     std::uint64_t ignored = 0;
     return MovePointer(handle, 0, FILE_CURRENT, &previous) &&
@@ -203,19 +211,19 @@ bool file_truncate(HANDLE handle, std::uint64_t size) {
            MovePointer(handle, static_cast<std::int64_t>(previous), FILE_BEGIN, &ignored);
 }
 
-bool file_flush(HANDLE handle) { return !IsInvalid(handle) && FlushFileBuffers(handle); }
+bool file_flush(HANDLE handle) { return !Refused(handle) && FlushFileBuffers(handle); }
 
 HANDLE file_duplicate(HANDLE handle, int* failed) {
     HANDLE duplicate = INVALID_HANDLE_VALUE;
     bool ok =
-        !IsInvalid(handle) && DuplicateHandle(GetCurrentProcess(), handle, GetCurrentProcess(),
+        !Refused(handle) && DuplicateHandle(GetCurrentProcess(), handle, GetCurrentProcess(),
                                               &duplicate, 0, FALSE, DUPLICATE_SAME_ACCESS);
     if (failed != nullptr) *failed = ok ? 0 : -1;
     return ok ? duplicate : INVALID_HANDLE_VALUE;
 }
 
 bool file_stat(HANDLE handle, file_info* info) {
-    if (IsInvalid(handle) || info == nullptr) return false;
+    if (Refused(handle) || info == nullptr) return false;
     BY_HANDLE_FILE_INFORMATION record{};
     if (!GetFileInformationByHandle(handle, &record)) return false;
     info->size = (std::uint64_t{record.nFileSizeHigh} << 32) | record.nFileSizeLow;
@@ -228,7 +236,7 @@ bool file_stat(HANDLE handle, file_info* info) {
 }
 
 bool file_set_times(HANDLE handle, std::int64_t accessTime, std::int64_t writeTime) {
-    if (IsInvalid(handle)) return false;
+    if (Refused(handle)) return false;
     FILETIME access = seconds_to_filetime(accessTime);
     FILETIME write = seconds_to_filetime(writeTime);
     return SetFileTime(handle, nullptr, &access, &write) != FALSE;
@@ -290,8 +298,6 @@ std::int32_t CheckedFile::Write(const void* buffer, std::int32_t count) {
 }
 
 void CheckedFile::Flush() {
-    // An invalid handle never reaches the platform, so name the error here.
-    if (IsInvalid(handle)) SetLastError(ERROR_INVALID_HANDLE);
     bool flushed = file_flush(handle);
     if (!flushed) Raise(__LINE__ - 1, "FlushFileBuffers");
 }

@@ -54,7 +54,11 @@ void TFileStream::Duplicate(HANDLE handle) {
 
 std::int32_t TFileStream::Write(const void* data, std::uint32_t size, bool flush) {
     if (!IsOpen()) return openError_;
-    if (file_write(handle_, data, size) != static_cast<std::int32_t>(size)) return kStreamShortWrite;
+    // The plain write counts in signed 32 bits; a larger block is refused whole.
+    if (size > 0x7FFFFFFFu) return kStreamShortWrite;
+    if (file_write(handle_, data, static_cast<std::int32_t>(size)) != static_cast<std::int32_t>(size)) {
+        return kStreamShortWrite;
+    }
     if (flush && !file_flush(handle_)) return kStreamFlushFailed;
     return kStreamOk;
 }

@@ -25,7 +25,7 @@ IZelIniFileWriterImpl::~IZelIniFileWriterImpl() = default;
 
 namespace {
 
-constexpr DWORD kCreateReadWrite = 0x68;  // create always, read, write
+constexpr UINT kCreateReadWrite = zel_fs::FO_CREATE_ALWAYS | zel_fs::FO_READ | zel_fs::FO_WRITE;
 constexpr std::size_t kWriteBlock = 64 * 1024;
 
 bool IsLineEnd(unsigned unit) { return unit == '\r' || unit == '\n'; }

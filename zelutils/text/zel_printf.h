@@ -13,7 +13,8 @@
 /// of the other width is converted with code page 0 (CP_ACP); a precision on
 /// `%s` counts characters of the source and no character past it is read.
 /// A null `%s` pointer prints "(null)"; `%p` prints the pointer in upper-case
-/// hexadecimal with all its digits (16 on 64-bit targets) and no prefix; the
+/// hexadecimal with all its digits (16 on 64-bit targets), with a "0X" prefix
+/// only under the `#` flag; the
 /// `0` flag pads text conversions with zeros too. Integers are formatted
 /// here; floating-point digits come from the C library's snprintf, one
 /// conversion at a time, so rounding and the spelling of infinities and NaN

@@ -282,6 +282,7 @@ template <typename T>
 CZelStringT<T>& CZelStringT<T>::Assign(const T* text, int count) {
     count = std::max(count, 0);
     CZelStringData* data = GetData();
+    bool locked = false;
     if (!IsSharedEmpty()) {
         LONG refs = ReadRefs(data);
         if ((refs == 1 || refs == -1) && count <= data->nAllocLength) {
@@ -289,12 +290,15 @@ CZelStringT<T>& CZelStringT<T>::Assign(const T* text, int count) {
             SetLength(count);
             return *this;
         }
+        locked = refs == -1;
     }
     // The old buffer goes only after the copy: text may lie in it.
     T* old = m_pchData;
     AttachNew(count, count);
     CopyUnits(m_pchData, text, count);
     Release(old);
+    // A locked string stays locked until it dies, whatever it is given.
+    if (locked) InterlockedExchange(&GetData()->nRefs, -1);
     return *this;
 }
 
@@ -614,6 +618,10 @@ void FormatString(CZelStringT<T>& target, const T* format, va_list args) {
         for (int size = kLocalSize; result < 0 && size <= 32768;) {
             size *= 4;
             T* buffer = target.GetBuffer(size);
+            // A text cut at size is left unterminated by the formatter; the
+            // terminator here ends it, and not an older, longer text that
+            // this buffer may still hold behind it.
+            buffer[size] = 0;
             va_copy(attempt, args);
             result = FormatBufferV(buffer, static_cast<std::size_t>(size), format, attempt);
             va_end(attempt);
