@@ -140,8 +140,7 @@ void PutPrefix(WCHAR* out, const LogTime& time, DWORD threadId) {
 std::atomic<bool> gShutDown{false};
 
 zel_text::CZelStringW StemOf(const zel_text::CZelStringW& path) {
-    int slash = std::max(path.ReverseFind(ZW('/')), path.ReverseFind(ZW('\\')));
-    zel_text::CZelStringW name = path.Mid(slash + 1);
+    zel_text::CZelStringW name = path.Mid(zel_fs::LastPathSeparator(path) + 1);
     int dot = name.ReverseFind(ZW('.'));
     return dot >= 0 ? name.Left(dot) : name;
 }

@@ -1,5 +1,6 @@
 #include "zelutils/fs/application_folders.h"
 
+#include "zelutils/fs/platform_file.h"
 #include "zelutils/platform/libloaderapi.h"
 
 namespace zel::folders {
@@ -10,9 +11,7 @@ ApplicationFileNameBuilder::ApplicationFileNameBuilder() {
     WCHAR modulePath[MAX_PATH + 1] = {};
     DWORD length = GetModuleFileNameW(nullptr, modulePath, MAX_PATH);
     CZelStringW path(modulePath, static_cast<int>(length));
-    int separator = path.ReverseFind(ZW('\\'));
-    int slash = path.ReverseFind(ZW('/'));
-    if (slash > separator) separator = slash;
+    int separator = zel_fs::LastPathSeparator(path);
     if (separator >= 0) {
         programFolder_ = path.Left(separator);
         programFileName_ = path.Mid(separator + 1);

@@ -86,13 +86,6 @@ bool Probe(const WCHAR* path, WIN32_FIND_DATAW* data) {
     return true;
 }
 
-// The index of the last `\` or `/` in path, or -1.
-int LastSeparator(const zel_text::CZelStringW& path) {
-    int backslash = path.ReverseFind(ZW('\\'));
-    int slash = path.ReverseFind(ZW('/'));
-    return backslash > slash ? backslash : slash;
-}
-
 // Whether a low word from SetFilePointer or GetFileSize reports a failure:
 // all ones is also a legal low word, told apart by a last error of 0.
 bool LowWordFailed(DWORD low) { return low == 0xFFFFFFFF && GetLastError() != ERROR_SUCCESS; }
@@ -283,6 +276,12 @@ bool is_dot_entry(const WCHAR* name, UINT flags) {
     return name[1] == ZW('.') && name[2] == 0 && (flags & LIST_INCLUDE_PARENT) == 0;
 }
 
+int LastPathSeparator(const zel_text::CZelStringW& path) {
+    int backslash = path.ReverseFind(ZW('\\'));
+    int slash = path.ReverseFind(ZW('/'));
+    return backslash > slash ? backslash : slash;
+}
+
 // ---- checked tier -----------------------------------------------------
 
 std::int32_t CheckedFile::Read(void* buffer, std::int32_t count) {
@@ -361,7 +360,7 @@ void GetModuleFileNameChecked(HMODULE module, zel_text::CZelStringW& out, bool f
     if (length == 0 || length == MAX_PATH) Raise(__LINE__ - 1, "GetModuleFileName");
     zel_text::CZelStringW name(path);
     if (!fullPath) {
-        name = name.Mid(LastSeparator(name) + 1);
+        name = name.Mid(LastPathSeparator(name) + 1);
         int dot = name.ReverseFind(ZW('.'));
         if (dot >= 0) name = name.Left(dot);
         // The name part is split off into a buffer of 256 units.

@@ -141,6 +141,9 @@ ZEL_API void build_path(zel_text::CZelStringW& out, const WCHAR* part1, const WC
 
 /// The directory-listing flag that keeps ".." in a listing.
 constexpr UINT LIST_INCLUDE_PARENT = 4;
+/// The index of the last separator (`\` or `/`) in path, or -1; both count,
+/// since library paths mix them.
+ZEL_API int LastPathSeparator(const zel_text::CZelStringW& path);
 /// True for "." and, unless flags has LIST_INCLUDE_PARENT, for "..".
 ZEL_API bool is_dot_entry(const WCHAR* name, UINT flags);
 

@@ -170,7 +170,7 @@ bool WriteTable(IZelIniFileWriterImpl& writer, const IniSections& table) {
 
 // The folder part of path (up to the last separator), or empty.
 CZelStringW FolderOf(const CZelStringW& path) {
-    int separator = std::max(path.ReverseFind(ZW('/')), path.ReverseFind(ZW('\\')));
+    int separator = zel_fs::LastPathSeparator(path);
     return separator > 0 ? path.Left(separator) : CZelStringW();
 }
 
