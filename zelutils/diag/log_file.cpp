@@ -294,8 +294,20 @@ void LogFile::writeLine(DWORD level, const WCHAR* text) {
 
 void LogFile::writeNarrow(DWORD level, const char* text) {
     if ((levelMask_ & level) == 0) return;
-    zel_text::CZelStringW wide(text, CP_ACP);
-    write(level, wide.GetString(), wide.GetLength());
+    std::lock_guard<std::recursive_timed_mutex> guard(lock_);
+    WriteNarrowLine(level, text, zel_text::SafeStringLength(text));
+}
+
+void LogFile::WriteNarrowLine(DWORD level, const char* text, int length) {
+    // Converted with code page 0 straight behind the prefix; a unit per byte
+    // is always room enough.
+    int prefix = BeginLine();
+    int wideLength = length <= 0 ? 0
+                                 : MultiByteToWideChar(CP_ACP, 0, text, length,
+                                                       lineText_.GetBuffer(prefix + length + 2) + prefix, length);
+    wideLength = std::max(wideLength, 0);
+    lineText_.ReleaseBuffer(prefix + wideLength);
+    EndLine(level, prefix + wideLength);
 }
 
 void LogFile::printfW(DWORD level, const WCHAR* format, va_list args) {
@@ -344,13 +356,7 @@ void LogFile::printf(DWORD level, const char* format, va_list args) {
         zel_text::FormatBufferV(narrowScratch_.data(), narrowScratch_.size(), format, attempt);
         va_end(attempt);
     }
-
-    int prefix = BeginLine();
-    int wideLength = length == 0 ? 0
-                                 : MultiByteToWideChar(CP_ACP, 0, narrowScratch_.data(), length,
-                                                       lineText_.GetBuffer(prefix + length + 2) + prefix, length);
-    lineText_.ReleaseBuffer(prefix + std::max(wideLength, 0));
-    EndLine(level, prefix + std::max(wideLength, 0));
+    WriteNarrowLine(level, narrowScratch_.data(), length);
 }
 
 void LogFile::flushBuffer() {
@@ -378,61 +384,57 @@ zel_text::CZelStringW LogFile::filePath() {
 
 namespace {
 DWORD LevelOfCategory(unsigned category) { return category <= 3 ? kLogLevelNormal : kLogLevelLow; }
+
+// Formats at level on the live log; lines logged during shutdown are dropped.
+void LogAt(DWORD level, const char* format, va_list args) {
+    if (LogFile* log = LiveLog()) log->printf(level, format, args);
+}
+void LogAt(DWORD level, const WCHAR* format, va_list args) {
+    if (LogFile* log = LiveLog()) log->printfW(level, format, args);
+}
 }  // namespace
 
-void logVPrintfW(const WCHAR* format, va_list args) {
-    if (LogFile* log = LiveLog()) log->printfW(kLogLevelNormal, format, args);
-}
+void logVPrintfW(const WCHAR* format, va_list args) { LogAt(kLogLevelNormal, format, args); }
 
 void logPrintfW(const WCHAR* format, ...) {
     va_list args;
     va_start(args, format);
-    logVPrintfW(format, args);
+    LogAt(kLogLevelNormal, format, args);
     va_end(args);
 }
 
 void logPrintf(const char* format, ...) {
-    LogFile* log = LiveLog();
-    if (log == nullptr) return;
     va_list args;
     va_start(args, format);
-    log->printf(kLogLevelNormal, format, args);
+    LogAt(kLogLevelNormal, format, args);
     va_end(args);
 }
 
 void logPrintfLowW(const WCHAR* format, ...) {
-    LogFile* log = LiveLog();
-    if (log == nullptr) return;
     va_list args;
     va_start(args, format);
-    log->printfW(kLogLevelLow, format, args);
+    LogAt(kLogLevelLow, format, args);
     va_end(args);
 }
 
 void logPrintfLow(const char* format, ...) {
-    LogFile* log = LiveLog();
-    if (log == nullptr) return;
     va_list args;
     va_start(args, format);
-    log->printf(kLogLevelLow, format, args);
+    LogAt(kLogLevelLow, format, args);
     va_end(args);
 }
 
 void logPrintfCatW(unsigned category, const WCHAR* format, ...) {
-    LogFile* log = LiveLog();
-    if (log == nullptr) return;
     va_list args;
     va_start(args, format);
-    log->printfW(LevelOfCategory(category), format, args);
+    LogAt(LevelOfCategory(category), format, args);
     va_end(args);
 }
 
 void logPrintfCat(unsigned category, const char* format, ...) {
-    LogFile* log = LiveLog();
-    if (log == nullptr) return;
     va_list args;
     va_start(args, format);
-    log->printf(LevelOfCategory(category), format, args);
+    LogAt(LevelOfCategory(category), format, args);
     va_end(args);
 }
 

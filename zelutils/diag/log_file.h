@@ -80,6 +80,8 @@ private:
     // Appends "\r\n", buffers the line and copies it to the debugger output.
     void EndLine(DWORD level, int length);
     void SendToDebugger(const WCHAR* line, int length);
+    // Writes length bytes of code-page-0 text as one line; the lock is held.
+    void WriteNarrowLine(DWORD level, const char* text, int length);
     void WriteStartLine();
     friend struct LogFileHolder;
 
