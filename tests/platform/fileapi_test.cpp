@@ -37,15 +37,6 @@ protected:
 
     WString P(const std::string& name) const { return Widen(PathOf(name)); }
 
-    void Put(const std::string& name, const std::string& content) const {
-        std::ofstream(PathOf(name), std::ios::binary) << content;
-    }
-
-    std::string Get(const std::string& name) const {
-        std::ifstream in(PathOf(name), std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    }
-
     bool Exists(const std::string& name) const { return std::filesystem::exists(Folder() / name); }
 
     void Remove(const std::string& name) const { std::filesystem::remove(Folder() / name); }

@@ -29,16 +29,9 @@ protected:
     CZelStringW PathW(const std::string& name) {
         return zel_text::CZelStringUtf8(PathOf(name).c_str()).ToWide();
     }
-    void WriteBytes(const std::string& name, const std::string& bytes) {
-        std::ofstream(PathOf(name), std::ios::binary) << bytes;
-    }
-    std::string ReadBytes(const std::string& name) {
-        std::ifstream in(PathOf(name), std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    }
     // Loads bytes from a file; the file is removed again.
     bool Load(const std::string& bytes, IniSections& table) {
-        WriteBytes("load.ini", bytes);
+        Put("load.ini", bytes);
         bool ok = LoadIniFile(PathW("load.ini"), table);
         std::filesystem::remove(PathOf("load.ini"));
         return ok;
@@ -64,7 +57,7 @@ TEST_F(IniTest, KeysBeforeAnyHeaderLandInTheEmptySectionWhichSavesAsARejectedHea
     EXPECT_EQ(Value(table, u"Main", u"b"), u"2");
 
     ASSERT_TRUE(SaveIniFile(PathW("saved.ini"), table, kIniUtf8));
-    EXPECT_EQ(ReadBytes("saved.ini"), "\xEF\xBB\xBF[]\r\na=1\r\n\r\n[Main]\r\nb=2\r\n\r\n");
+    EXPECT_EQ(Get("saved.ini"), "\xEF\xBB\xBF[]\r\na=1\r\n\r\n[Main]\r\nb=2\r\n\r\n");
     IniSections reloaded;
     EXPECT_FALSE(LoadIniFile(PathW("saved.ini"), reloaded)) << "\"[]\" is not a section header";
     std::filesystem::remove(PathOf("saved.ini"));
@@ -158,11 +151,11 @@ TEST_F(IniTest, SaveWritesTheExactLayout) {
     table[W(u"A")][W(u"z")] = W(u"1");
     table[W(u"A")][W(u"a")] = W(u"0");
     ASSERT_TRUE(SaveIniFile(PathW("layout.ini"), table, kIniUtf8));
-    EXPECT_EQ(ReadBytes("layout.ini"), "\xEF\xBB\xBF[A]\r\na=0\r\nz=1\r\n\r\n[B]\r\nb=2\r\n\r\n");
+    EXPECT_EQ(Get("layout.ini"), "\xEF\xBB\xBF[A]\r\na=0\r\nz=1\r\n\r\n[B]\r\nb=2\r\n\r\n");
     ASSERT_TRUE(SaveIniFile(PathW("layout.ini"), table, kIniUtf16LE));
-    EXPECT_EQ(ReadBytes("layout.ini"), "\xFF\xFE" + Utf16(u"[A]\r\na=0\r\nz=1\r\n\r\n[B]\r\nb=2\r\n\r\n"));
+    EXPECT_EQ(Get("layout.ini"), "\xFF\xFE" + Utf16(u"[A]\r\na=0\r\nz=1\r\n\r\n[B]\r\nb=2\r\n\r\n"));
     ASSERT_TRUE(SaveIniFile(PathW("layout.ini"), table, 1252));
-    EXPECT_EQ(ReadBytes("layout.ini"), "[A]\r\na=0\r\nz=1\r\n\r\n[B]\r\nb=2\r\n\r\n");
+    EXPECT_EQ(Get("layout.ini"), "[A]\r\na=0\r\nz=1\r\n\r\n[B]\r\nb=2\r\n\r\n");
     std::filesystem::remove(PathOf("layout.ini"));
 }
 
@@ -204,7 +197,7 @@ TEST_F(IniTest, AtomicSaveKeepsThePreviousFileWhenTheDiskIsFull) {
     IniSections before;
     before[W(u"S")][W(u"k")] = W(u"old");
     ASSERT_TRUE(SaveIniFileAtomic(PathW("keep.ini"), before, kIniUtf8));
-    std::string previous = ReadBytes("keep.ini");
+    std::string previous = Get("keep.ini");
 
     IniSections big;
     for (int i = 0; i < 2000; ++i) {
@@ -216,7 +209,7 @@ TEST_F(IniTest, AtomicSaveKeepsThePreviousFileWhenTheDiskIsFull) {
     bool saved = SaveIniFileAtomic(PathW("keep.ini"), big, kIniUtf8);
     zel_platform::RestoreFileSizeLimit();
     EXPECT_FALSE(saved);
-    EXPECT_EQ(ReadBytes("keep.ini"), previous);
+    EXPECT_EQ(Get("keep.ini"), previous);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder()), {}), 1) << "no temporary file left";
     std::filesystem::remove(PathOf("keep.ini"));
 }
@@ -226,12 +219,12 @@ TEST_F(IniTest, AtomicSaveSurvivesEveryFailingStep) {
     IniSections before;
     before[W(u"S")][W(u"k")] = W(u"old");
     ASSERT_TRUE(SaveIniFileAtomic(PathW("keep.ini"), before, kIniUtf16LE));
-    std::string previous = ReadBytes("keep.ini");
+    std::string previous = Get("keep.ini");
     IniSections after;
     after[W(u"S")][W(u"k")] = W(u"new");
 
     ASSERT_TRUE(SaveIniFileAtomic(PathW("new.ini"), after, kIniUtf16LE));
-    std::string replaced = ReadBytes("new.ini");
+    std::string replaced = Get("new.ini");
     std::filesystem::remove(PathOf("new.ini"));
 
     using zel_platform::SystemCall;
@@ -258,7 +251,7 @@ TEST_F(IniTest, AtomicSaveSurvivesEveryFailingStep) {
         EXPECT_FALSE(saved) << name;
         // Never a torn file: the whole old content, or the whole new one
         // when only the folder's flush failed.
-        EXPECT_EQ(ReadBytes("keep.ini"), fault.renamed ? replaced : previous) << name;
+        EXPECT_EQ(Get("keep.ini"), fault.renamed ? replaced : previous) << name;
         EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder()), {}), 1)
             << "no temporary file left after " << name;
         ASSERT_TRUE(SaveIniFileAtomic(PathW("keep.ini"), before, kIniUtf16LE));
@@ -267,7 +260,7 @@ TEST_F(IniTest, AtomicSaveSurvivesEveryFailingStep) {
     ASSERT_TRUE(zel_platform::ShortenWrite(1, 3, ENOSPC));
     EXPECT_FALSE(SaveIniFileAtomic(PathW("keep.ini"), after, kIniUtf16LE));
     zel_platform::ResetSystemCalls();
-    EXPECT_EQ(ReadBytes("keep.ini"), previous);
+    EXPECT_EQ(Get("keep.ini"), previous);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder()), {}), 1);
     std::filesystem::remove(PathOf("keep.ini"));
 }

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 
 namespace zel_test {
 
@@ -48,6 +50,15 @@ void TempFolderTest::TearDown() {
 
 std::string TempFolderTest::PathOf(const std::string& name) const {
     return (folder_ / name).string();
+}
+
+void TempFolderTest::Put(const std::string& name, const std::string& content) const {
+    std::ofstream(PathOf(name), std::ios::binary) << content;
+}
+
+std::string TempFolderTest::Get(const std::string& name) const {
+    std::ifstream in(PathOf(name), std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 }  // namespace zel_test

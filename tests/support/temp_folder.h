@@ -24,6 +24,10 @@ protected:
     const std::filesystem::path& Folder() const { return folder_; }
     /// Folder() / name as a UTF-8 string.
     std::string PathOf(const std::string& name) const;
+    /// Writes content as the whole file name in Folder().
+    void Put(const std::string& name, const std::string& content) const;
+    /// The whole content of the file name in Folder() ("" when missing).
+    std::string Get(const std::string& name) const;
 
 private:
     std::filesystem::path folder_;
