@@ -12,7 +12,7 @@ MAKEFLAGS += --no-print-directory
 
 CONFIGURE = cmake -S . -B $(BUILD) -DZEL_SANITIZE=$(SANITIZE) -DZEL_WERROR=$(WERROR) $(CMAKE_ARGS)
 
-.PHONY: all bootstrap build demo test test-windows bench fuzz install clean
+.PHONY: all bootstrap build demo test test-large test-windows bench fuzz install clean
 
 all: build
 
@@ -28,7 +28,13 @@ demo: build
 
 test: build
 	@scripts/check-layering.sh
+	@scripts/check-exports.sh $(BUILD)
 	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS) --timeout 300
+
+# Zip archives past the 32-bit limits (an entry over 4 GB, more than 65,535
+# entries): minutes of disk work, so not part of every test run.
+test-large: build
+	@ZEL_TEST_LARGE=1 $(BUILD)/tests/zel_zip_tests --gtest_filter='ZipLarge.*'
 
 # The MinGW-w64 cross build (DLL, tool, test programs), each test program run
 # once under Wine; ends with "N passed, S skipped, M failed".

@@ -16,6 +16,15 @@ set(CMAKE_RC_COMPILER ${ZEL_MINGW_TRIPLET}-windres)
 # Libraries and headers come from the MinGW sysroot only; programs (the
 # build's own tools) from the host.
 set(CMAKE_FIND_ROOT_PATH /usr/${ZEL_MINGW_TRIPLET})
+# Libraries Debian has no MinGW package of, built from its source packages by
+# scripts/build-mingw-deps.sh into one prefix each.
+if(DEFINED ENV{ZEL_MINGW_CACHE})
+  set(ZEL_MINGW_CACHE $ENV{ZEL_MINGW_CACHE})
+else()
+  set(ZEL_MINGW_CACHE /var/cache/zelutils-mingw)
+endif()
+file(GLOB ZEL_MINGW_BUILT_PREFIXES LIST_DIRECTORIES true ${ZEL_MINGW_CACHE}/*)
+list(APPEND CMAKE_FIND_ROOT_PATH ${ZEL_MINGW_BUILT_PREFIXES})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

@@ -93,17 +93,18 @@ TEST(Utf8Codec, EachMaximalIllFormedSubpartBecomesOneReplacement) {
     for (const Case& c : cases) {
         EXPECT_EQ(Hex(ToWide(CP_UTF8, c.bytes)), Hex(c.expected)) << "bytes " << Hex(c.bytes);
     }
-    // A second byte outside the lead byte's range ends the subpart at the
-    // lead byte. Wine, which runs the Windows build of the tests, takes the
-    // lead and second byte as one subpart instead.
-    if (!zel_platform::kEmulated) return;
+    // A lead byte with a continuation byte outside its range (an overlong
+    // form, an encoded surrogate, above 10FFFF) is one U+FFFD with that
+    // byte; what follows is decoded on its own. This is the Windows result.
     const Case rangeCases[] = {
-        {"\xE0\x80\x80", {kFffd, kFffd, kFffd}},                      // overlong 3-byte
-        {"\xE0\x9F\xBF", {kFffd, kFffd, kFffd}},
-        {"\xED\xA0\x80", {kFffd, kFffd, kFffd}},                      // encoded surrogates
-        {"\xED\xBF\xBF", {kFffd, kFffd, kFffd}},
-        {"\xF0\x80\x80\x80", {kFffd, kFffd, kFffd, kFffd}},           // overlong 4-byte
-        {"\xF4\x90\x80\x80", {kFffd, kFffd, kFffd, kFffd}},           // above 10FFFF
+        {"\xE0\x80\x80", {kFffd, kFffd}},                             // overlong 3-byte
+        {"\xE0\x9F\xBF", {kFffd, kFffd}},
+        {"-\xED\xA0\x80-", {u'-', kFffd, kFffd, u'-'}},               // encoded surrogates
+        {"\xED\xBF\xBF", {kFffd, kFffd}},
+        {"\xF0\x80\x80\x80", {kFffd, kFffd, kFffd}},                  // overlong 4-byte
+        {"\xF0\x8F\xBF\xBF" "a", {kFffd, kFffd, kFffd, u'a'}},
+        {"\xF4\x90\x80\x80", {kFffd, kFffd, kFffd}},                  // above 10FFFF
+        {"\xE0\x80", {kFffd}},
         // The example the Unicode standard gives for this practice.
         {"\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64",
          {0x61, kFffd, kFffd, kFffd, 0x62, kFffd, 0x63, kFffd, kFffd, 0x64}},
@@ -234,8 +235,10 @@ TEST(Utf8Codec, RandomTextRoundTripsAndRandomBytesDecodeStably) {
 
 // ---------------------------------------------------------------- arguments
 
-TEST(CodePageArguments, MinusOneConvertsAndCountsTheTerminator) {
+TEST(CodePageArguments, ANegativeCountConvertsAndCountsTheTerminator) {
     EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "h\xC3\xA9", -1, nullptr, 0), 3);
+    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "h\xC3\xA9", -2002, nullptr, 0), 3);
+    EXPECT_EQ(WideCharToMultiByte(1252, 0, ZW("h\u00E9"), -2, nullptr, 0, nullptr, nullptr), 3);
     WCHAR wide[8];
     ASSERT_EQ(MultiByteToWideChar(CP_UTF8, 0, "h\xC3\xA9", -1, wide, 8), 3);
     EXPECT_EQ(WString(wide, 3), (WString{u'h', 0xE9, 0}));
@@ -280,6 +283,11 @@ TEST(CodePageArguments, BadArgumentsFailWithTheWin32Errors) {
                   [&] { return MultiByteToWideChar(CP_UTF8, 0x10000, "a", 1, wide, 8); });
     ExpectFailure("unknown code page", ERROR_INVALID_PARAMETER,
                   [&] { return MultiByteToWideChar(123456, 0, "a", 1, wide, 8); });
+    ExpectFailure("unknown code page and flags", ERROR_INVALID_PARAMETER,
+                  [&] { return MultiByteToWideChar(123456, 0x10000, "a", 1, wide, 8); });
+    ExpectFailure("wide unknown code page and flags", ERROR_INVALID_PARAMETER, [&] {
+        return WideCharToMultiByte(123456, 0x10000, ZW("a"), 1, narrow, 8, nullptr, nullptr);
+    });
     ExpectFailure("too small", ERROR_INSUFFICIENT_BUFFER,
                   [&] { return MultiByteToWideChar(CP_UTF8, 0, "abc", 3, wide, 2); });
     ExpectFailure("too small, iconv", ERROR_INSUFFICIENT_BUFFER,
@@ -329,6 +337,17 @@ TEST(Cp1252, MissingCharactersBecomeTheDefaultCharacter) {
     EXPECT_FALSE(used);
 }
 
+TEST(Cp1252, ACutConversionReportsOnlyTheDefaultCharactersItStored) {
+    char narrow[4];
+    BOOL used = TRUE;
+    SetLastError(0);
+    EXPECT_EQ(WideCharToMultiByte(1252, 0, ZW("Th\u0440i"), 4, narrow, 1, nullptr, &used), 0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_FALSE(used) << "the conversion stopped before the missing character";
+    EXPECT_EQ(WideCharToMultiByte(1252, 0, ZW("Th\u0440i"), 4, narrow, 3, nullptr, &used), 0);
+    EXPECT_TRUE(used);
+}
+
 TEST(Cp1252, LongTextCrossesTheConversionChunksIntact) {
     WString wide;
     std::string expected;
@@ -374,6 +393,24 @@ TEST(Cp932, UndecodableBytesBecomeTheKatakanaMiddleDot) {
     };
     for (const Case& c : cases) {
         EXPECT_EQ(Hex(ToWide(932, c.bytes)), Hex(c.expected)) << "bytes " << Hex(c.bytes);
+    }
+}
+
+TEST(Cp932, Byte80IsACharacterOfItsOwn) {
+    EXPECT_EQ(Hex(ToWide(932, "a\x80" "b")), Hex(WString{u'a', 0x80, u'b'}));
+    EXPECT_EQ(Hex(ToNarrow(932, WString{0x80, 0x4E9C})), Hex(std::string("\x80\x88\x9F")));
+}
+
+TEST(Cp932, AShortTargetNeverReceivesHalfACharacter) {
+    // 亜亜 is 88 9F 88 9F; the trail byte 9F is itself in the lead-byte range.
+    const WString text{0x4E9C, 0x4E9C};
+    for (int capacity : {1, 2, 3}) {
+        char narrow[4] = {'x', 'x', 'x', 'x'};
+        SetLastError(0);
+        EXPECT_EQ(WideCharToMultiByte(932, 0, text.data(), 2, narrow, capacity, nullptr, nullptr), 0);
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+        const std::string expected = capacity == 1 ? "xxxx" : "\x88\x9F" "xx";
+        EXPECT_EQ(Hex(std::string(narrow, 4)), Hex(expected)) << "capacity " << capacity;
     }
 }
 

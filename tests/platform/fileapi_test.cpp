@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
+#include <chrono>
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
@@ -546,6 +547,31 @@ TEST_F(FileApi, MoveRefusesToReplaceUnlessAsked) {
     Remove("b");
 }
 
+TEST_F(FileApi, CopyKeepsContentAndTimeAndRefusesWhatItShould) {
+    Put("from", "content");
+    std::filesystem::last_write_time(Folder() / "from",
+                                     std::filesystem::last_write_time(Folder() / "from") - std::chrono::hours(50));
+    Put("taken", "old");
+    ASSERT_TRUE(CopyFileW(P("from").c_str(), P("taken").c_str(), FALSE));
+    EXPECT_EQ(Get("taken"), "content");
+    EXPECT_EQ(std::filesystem::last_write_time(Folder() / "taken"),
+              std::filesystem::last_write_time(Folder() / "from"));
+    EXPECT_FALSE(CopyFileW(P("from").c_str(), P("taken").c_str(), TRUE));
+    EXPECT_EQ(GetLastError(), 80u);
+    EXPECT_FALSE(CopyFileW(P("missing").c_str(), P("copy").c_str(), FALSE));
+    EXPECT_EQ(GetLastError(), 2u);
+    std::filesystem::create_directory(Folder() / "sub");
+    EXPECT_FALSE(CopyFileW(P("sub").c_str(), P("copy").c_str(), FALSE));
+    EXPECT_EQ(GetLastError(), 5u);
+    EXPECT_FALSE(Exists("copy"));
+    if (zel_platform::ShortenWrite(1, 3, ENOSPC)) {
+        EXPECT_FALSE(CopyFileW(P("from").c_str(), P("copy").c_str(), FALSE));
+        EXPECT_EQ(GetLastError(), 112u);
+        EXPECT_FALSE(Exists("copy")) << "a half copy is removed";
+    }
+    for (const char* name : {"from", "taken", "sub"}) std::filesystem::remove(Folder() / name);
+}
+
 TEST_F(FileApi, TempPathEndsWithASeparatorAndMeasures) {
     if (!zel_platform::kEmulated) GTEST_SKIP() << "the folder comes from TMPDIR on POSIX only";
     zel_test::ScopedEnvironment folder("TMPDIR", Folder().string().c_str());
@@ -744,16 +770,25 @@ TEST_F(FileApi, InjectedFaultsReachTheCaller) {
     ASSERT_TRUE(zel_platform::FailSystemCall(SystemCall::Truncate, 1, EFBIG));
     EXPECT_FALSE(SetEndOfFile(file));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_TOO_LARGE));
+    ASSERT_TRUE(zel_platform::FailSystemCall(SystemCall::Sync, 1, EINTR));
+    EXPECT_TRUE(FlushFileBuffers(file)) << "an interrupted fsync is retried";
+    ASSERT_TRUE(zel_platform::FailSystemCall(SystemCall::Truncate, 1, EINTR));
+    EXPECT_TRUE(SetEndOfFile(file)) << "an interrupted ftruncate is retried";
 
     ASSERT_TRUE(zel_platform::FailSystemCall(SystemCall::Open, 1, EMFILE));
     EXPECT_EQ(Open("g", GENERIC_WRITE, CREATE_ALWAYS), INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_TOO_MANY_OPEN_FILES));
     EXPECT_FALSE(Exists("g"));
 
+    // A close that fails reports a delayed write error; the handle is gone all the same.
     zel_platform::ResetSystemCalls();
-    EXPECT_TRUE(CloseHandle(file));
+    ASSERT_TRUE(zel_platform::FailSystemCall(SystemCall::Close, 1, EIO));
+    EXPECT_FALSE(CloseHandle(file));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_IO_DEVICE));
     EXPECT_EQ(zel_platform::SystemCallCount(SystemCall::Close), 1u)
         << "the descriptor goes with the handle";
+    EXPECT_FALSE(CloseHandle(file));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
     ASSERT_TRUE(zel_platform::FailSystemCall(SystemCall::Unlink, 1, EBUSY));
     EXPECT_FALSE(DeleteFileW(P("f").c_str()));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_BUSY));

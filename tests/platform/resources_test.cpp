@@ -41,6 +41,11 @@ TEST(StringTable, LoadsRegisteredStringsAndTruncates) {
     EXPECT_EQ(WString(buffer), WString(ZW("sev")));
     EXPECT_EQ(LoadStringW(module, 9, buffer, 16), 0);
     EXPECT_EQ(buffer[0], 0);
+    WCHAR guarded[8] = {1, 1, 1, 1, 1, 1, 1, 1};
+    SetLastError(0);
+    EXPECT_EQ(LoadStringW(module, 7, guarded + 4, -2), 0) << "a negative size writes nothing";
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(WString(guarded, 8), WString(8, 1));
     LPCWSTR direct = nullptr;
     EXPECT_EQ(LoadStringW(module, 7, reinterpret_cast<LPWSTR>(&direct), 0), 5);
     EXPECT_EQ(WString(direct), WString(ZW("seven")));

@@ -16,6 +16,7 @@
 #include <functional>
 
 #ifndef _WIN32
+namespace zel_win32 {
 /// Sends a NUL-terminated text to the debug output; null is ignored.
 ZEL_API void OutputDebugStringW(LPCWSTR outputString);
 /// Stores in *debuggerPresent whether a debugger (a tracer: TracerPid in
@@ -24,6 +25,11 @@ ZEL_API void OutputDebugStringW(LPCWSTR outputString);
 /// with ERROR_INVALID_PARAMETER for a null result pointer. *debuggerPresent
 /// is FALSE whenever the call fails.
 ZEL_API BOOL CheckRemoteDebuggerPresent(HANDLE process, BOOL* debuggerPresent);
+/// Stops in the debugger (SIGTRAP); without one the process ends as
+/// SIGTRAP's default action ends it.
+ZEL_API void DebugBreak();
+}  // namespace zel_win32
+using namespace zel_win32;
 #endif
 
 namespace zel_platform {

@@ -32,6 +32,9 @@ enum class SystemCall {
     OpenDirectory,    ///< opendir: FindFirstFileW
     ReadDirectory,    ///< readdir: FindFirstFileW, FindNextFileW
     CloseDirectory,   ///< closedir: FindClose
+    ReadLink,         ///< readlink: ResolveSymbolicLinks
+    ChangeMode,       ///< fchmod: CopyFileAccess
+    ChangeOwner,      ///< fchown: CopyFileAccess
 };
 
 /// Makes the nth call of the kind from now on (1: the next one) fail with

@@ -13,7 +13,10 @@
 #include "zelutils/platform/windef.h"
 #include "zelutils/zel_api.h"
 
+#include <string>
+
 #ifndef _WIN32
+namespace zel_win32 {
 #define CREATE_NEW 1
 #define CREATE_ALWAYS 2
 #define OPEN_EXISTING 3
@@ -39,6 +42,7 @@
 #define FILE_ATTRIBUTE_SYSTEM 0x4u
 #define FILE_ATTRIBUTE_DIRECTORY 0x10u
 #define FILE_ATTRIBUTE_ARCHIVE 0x20u
+#define FILE_ATTRIBUTE_DEVICE 0x40u
 #define FILE_ATTRIBUTE_NORMAL 0x80u
 #define FILE_ATTRIBUTE_TEMPORARY 0x100u
 #define FILE_ATTRIBUTE_REPARSE_POINT 0x400u
@@ -150,7 +154,9 @@ ZEL_API BOOL SetFileTime(HANDLE file, const FILETIME* creationTime, const FILETI
 /// Starts a directory search. `*` and `?` (ASCII case-insensitive, as on
 /// Windows) are wildcards in the last component; a pattern ending in ".*"
 /// also matches names without a dot. A path without wildcards finds that
-/// entry itself. The order of entries is the file system's. Fails with 2
+/// entry itself. The order of entries is the file system's. A symbolic link
+/// is described by its target and carries FILE_ATTRIBUTE_REPARSE_POINT, as
+/// on Windows, so walkers can keep out of it. Fails with 2
 /// (nothing matches) or 3 (the folder is missing).
 ZEL_API HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData);
 /// The next match of a search; FALSE with 18 when there is none.
@@ -164,9 +170,15 @@ ZEL_API BOOL DeleteFileW(LPCWSTR fileName);
 ZEL_API BOOL CreateDirectoryW(LPCWSTR pathName, LPSECURITY_ATTRIBUTES securityAttributes);
 /// Removes an empty folder; 145 when it is not empty, 267 when it is a file.
 ZEL_API BOOL RemoveDirectoryW(LPCWSTR pathName);
-/// The attributes of a file or folder, or INVALID_FILE_ATTRIBUTES.
+/// The attributes of a file or folder (a symbolic link as in FindFirstFileW),
+/// or INVALID_FILE_ATTRIBUTES. On POSIX a device, FIFO or socket has
+/// FILE_ATTRIBUTE_DEVICE.
 ZEL_API DWORD GetFileAttributesW(LPCWSTR fileName);
 
+/// The bytes available to this user, the total size and the free bytes of
+/// the volume holding directoryName; each out-argument may be null.
+ZEL_API BOOL GetDiskFreeSpaceExW(LPCWSTR directoryName, PULARGE_INTEGER freeBytesAvailableToCaller,
+                                 PULARGE_INTEGER totalNumberOfBytes, PULARGE_INTEGER totalNumberOfFreeBytes);
 /// Copies the folder for temporary files, ending in a separator, into buffer
 /// and returns its length; when bufferLength is too small, returns the
 /// length needed including the terminator and writes nothing. On POSIX the
@@ -184,4 +196,21 @@ ZEL_API UINT GetTempFileNameW(LPCWSTR pathName, LPCWSTR prefixString, UINT uniqu
 ZEL_API BOOL FileTimeToLocalFileTime(const FILETIME* fileTime, LPFILETIME localFileTime);
 /// Converts a local file time back to UTC; the inverse of FileTimeToLocalFileTime.
 ZEL_API BOOL LocalFileTimeToFileTime(const FILETIME* localFileTime, LPFILETIME fileTime);
+}  // namespace zel_win32
+using namespace zel_win32;
 #endif
+
+namespace zel_platform {
+
+/// The name a write to `path` reaches: symbolic links in its last component
+/// are followed (a relative link from the link's folder) until a name that
+/// is no link or does not exist yet; `path` itself when it is no link. False
+/// with the last error when a link cannot be read (1921 for a loop of links).
+ZEL_API bool ResolveSymbolicLinks(LPCWSTR path, std::basic_string<WCHAR>& target);
+/// Gives the open `file` the permission bits of the existing file `model`
+/// and, where the process may, its owner and group. On Windows the file keeps
+/// the access rights it inherited from its folder, and the call does nothing.
+/// False with the last error.
+ZEL_API bool CopyFileAccess(LPCWSTR model, HANDLE file);
+
+}  // namespace zel_platform

@@ -9,6 +9,7 @@
 #include "zelutils/zel_api.h"
 
 #ifndef _WIN32
+namespace zel_win32 {
 #define DUPLICATE_CLOSE_SOURCE 0x00000001
 #define DUPLICATE_SAME_ACCESS 0x00000002
 
@@ -23,4 +24,6 @@ ZEL_API BOOL CloseHandle(HANDLE object);
 ZEL_API BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE sourceHandle, HANDLE targetProcess,
                              LPHANDLE targetHandle, DWORD desiredAccess, BOOL inheritHandle,
                              DWORD options);
+}  // namespace zel_win32
+using namespace zel_win32;
 #endif

@@ -6,6 +6,7 @@
 #include "zelutils/platform/windef.h"
 
 #ifndef _WIN32
+namespace zel_win32 {
 /// Adds 1 and returns the new value.
 inline LONG InterlockedIncrement(LONG volatile* target) {
     return __atomic_add_fetch(target, 1, __ATOMIC_SEQ_CST);
@@ -28,4 +29,6 @@ inline LONG InterlockedCompareExchange(LONG volatile* target, LONG exchange, LON
                                 __ATOMIC_SEQ_CST);
     return comparand;
 }
+}  // namespace zel_win32
+using namespace zel_win32;
 #endif

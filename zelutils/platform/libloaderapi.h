@@ -7,11 +7,14 @@
 #include "zelutils/zel_api.h"
 
 #ifndef _WIN32
+namespace zel_win32 {
 /// Copies the path of module (null: the program) into filename and returns
 /// its length. When it does not fit, copies size - 1 units and a terminator,
 /// returns size and sets ERROR_INSUFFICIENT_BUFFER (122). 0 with
 /// ERROR_MOD_NOT_FOUND (126) when no module is loaded at that address.
 ZEL_API DWORD GetModuleFileNameW(HMODULE module, LPWSTR filename, DWORD size);
+}  // namespace zel_win32
+using namespace zel_win32;
 #endif
 
 namespace zel_platform {

@@ -9,6 +9,7 @@
 #ifdef _WIN32
 #include <oleauto.h>
 #else
+namespace zel_win32 {
 /// A new BSTR of length units copied from text (uninitialised when text is
 /// null); null when memory runs out.
 ZEL_API BSTR SysAllocStringLen(const OLECHAR* text, UINT length);
@@ -21,4 +22,6 @@ ZEL_API INT SysReAllocStringLen(BSTR* bstr, const OLECHAR* text, UINT length);
 ZEL_API void SysFreeString(BSTR bstr);
 /// The length in units (0 for null).
 ZEL_API UINT SysStringLen(BSTR bstr);
+}  // namespace zel_win32
+using namespace zel_win32;
 #endif

@@ -1,13 +1,19 @@
 # The platform layer: the Win32 subset, emulated on POSIX, native on Windows.
+# It builds as a target of its own (zelutils/CMakeLists.txt) so that only its
+# sources see the headers private to it (posix/*.h, win32/*.h).
 # hooks.cpp holds what both have in common (the replaceable tick source,
 # debug-output sink and message-box handler), errno_table.cpp the one errno
-# translation.
+# translation, winreg.cpp the store of system settings.
 if(WIN32)
   set(ZEL_PLATFORM_SOURCES
     platform/win32/debugapi_win32.cpp
+    platform/win32/errhandlingapi_win32.cpp
     platform/win32/fault_injection_win32.cpp
+    platform/win32/fileapi_win32.cpp
     platform/win32/libloaderapi_win32.cpp
+    platform/win32/minidumpapiset_win32.cpp
     platform/win32/native_path_win32.cpp
+    platform/win32/processthreadsapi_win32.cpp
     platform/win32/stringapiset_win32.cpp
     platform/win32/winuser_win32.cpp
   )
@@ -21,11 +27,13 @@ else()
     platform/posix/handleapi_posix.cpp
     platform/posix/iconv_codec.cpp
     platform/posix/libloaderapi_posix.cpp
+    platform/posix/minidumpapiset_posix.cpp
     platform/posix/native_path_posix.cpp
     platform/posix/oleauto_posix.cpp
     platform/posix/processthreadsapi_posix.cpp
     platform/posix/stderr_text.cpp
     platform/posix/stringapiset_posix.cpp
+    platform/posix/synchapi_posix.cpp
     platform/posix/sysinfoapi_posix.cpp
     platform/posix/timezoneapi_posix.cpp
     platform/posix/utf8_codec.cpp
@@ -33,4 +41,4 @@ else()
     platform/posix/winuser_posix.cpp
   )
 endif()
-list(APPEND ZEL_SOURCES platform/errno_table.cpp platform/hooks.cpp ${ZEL_PLATFORM_SOURCES})
+list(APPEND ZEL_PLATFORM_SOURCES platform/errno_table.cpp platform/hooks.cpp platform/winreg.cpp)

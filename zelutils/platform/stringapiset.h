@@ -1,8 +1,9 @@
 /// @file
 /// Code-page conversions between narrow text and UTF-16, under their Win32
 /// names. On POSIX, code page 65001 (UTF-8) is the library's own codec and
-/// follows the Windows rules for flags 0: each maximal ill-formed subpart
-/// becomes U+FFFD, a lone surrogate becomes EF BF BD. Code pages 0 (ANSI) and
+/// follows the Windows rules for flags 0: an ill-formed part becomes U+FFFD
+/// (an overlong, surrogate or above-10FFFF form one U+FFFD for its lead and
+/// second byte), a lone surrogate becomes EF BF BD. Code pages 0 (ANSI) and
 /// 1 (OEM) are process settings (UTF-8 and 437 by default on POSIX, see
 /// SetProcessCodePages); every other code page goes through iconv.
 /// Characters a code page lacks become its default character, without the
@@ -14,6 +15,7 @@
 #include "zelutils/zel_api.h"
 
 #ifndef _WIN32
+namespace zel_win32 {
 #define CP_ACP 0
 #define CP_OEMCP 1
 #define CP_UTF8 65001
@@ -26,15 +28,18 @@ typedef struct _cpinfo {
     BYTE LeadByte[MAX_LEADBYTES];
 } CPINFO, *LPCPINFO;
 
-/// Converts cbMultiByte bytes (-1: up to and including the NUL) of codePage
-/// text to UTF-16. Returns the units written, or needed when cchWideChar is
-/// 0; 0 on failure with the last error set (87 bad argument or unavailable
-/// code page, 122 target too small, 1004 flags other than 0).
+/// Converts cbMultiByte bytes (any negative count: up to and including the
+/// NUL) of codePage text to UTF-16. Returns the units written, or needed when
+/// cchWideChar is 0; 0 on failure with the last error set (87 bad argument or
+/// unavailable code page, checked before the flags; 122 target too small;
+/// 1004 flags other than 0).
 ZEL_API int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR multiByteStr, int cbMultiByte,
                                 LPWSTR wideCharStr, int cchWideChar);
-/// Converts cchWideChar units (-1: up to and including the NUL) of UTF-16 to
-/// codePage text; the counterpart of MultiByteToWideChar. defaultChar and
-/// usedDefaultChar must be null for code page 65001.
+/// Converts cchWideChar units (any negative count: up to and including the
+/// NUL) of UTF-16 to codePage text; the counterpart of MultiByteToWideChar.
+/// defaultChar and usedDefaultChar must be null for code page 65001. A target
+/// too small fails with 122 after the whole characters that fit, and
+/// *usedDefaultChar then tells about those only.
 ZEL_API int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wideCharStr, int cchWideChar,
                                 LPSTR multiByteStr, int cbMultiByte, LPCSTR defaultChar,
                                 LPBOOL usedDefaultChar);
@@ -44,6 +49,8 @@ ZEL_API BOOL GetCPInfo(UINT codePage, LPCPINFO cpInfo);
 ZEL_API UINT GetACP();
 /// The process's OEM code page (code page 1).
 ZEL_API UINT GetOEMCP();
+}  // namespace zel_win32
+using namespace zel_win32;
 #endif
 
 namespace zel_platform {

@@ -13,6 +13,7 @@
 #include "zelutils/zel_api.h"
 
 #ifndef _WIN32
+namespace zel_win32 {
 /// Memory figures of the machine and the process, in bytes. SIZE_T is as
 /// wide as a pointer, so a 64-bit process sees the full figures, as 64-bit
 /// Windows reports them.
@@ -36,6 +37,8 @@ ZEL_API void GetSystemTimeAsFileTime(LPFILETIME systemTimeAsFileTime);
 ZEL_API void GetSystemTime(LPSYSTEMTIME systemTime);
 /// Fills *buffer (dwLength included) with the current memory figures.
 ZEL_API void GlobalMemoryStatus(LPMEMORYSTATUS buffer);
+}  // namespace zel_win32
+using namespace zel_win32;
 #endif
 
 namespace zel_platform {

@@ -8,10 +8,13 @@
 #include "zelutils/zel_api.h"
 
 #ifndef _WIN32
+namespace zel_win32 {
 /// Splits a file time into calendar fields (day of week included). Fails for
 /// times of 0x8000000000000000 ticks and above.
 ZEL_API BOOL FileTimeToSystemTime(const FILETIME* fileTime, LPSYSTEMTIME systemTime);
 /// Joins calendar fields (years 1601 to 30827; the day of week is ignored)
 /// into a file time. Fails for a field out of range, such as 30 February.
 ZEL_API BOOL SystemTimeToFileTime(const SYSTEMTIME* systemTime, LPFILETIME fileTime);
+}  // namespace zel_win32
+using namespace zel_win32;
 #endif

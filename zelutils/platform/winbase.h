@@ -1,11 +1,12 @@
 /// @file
-/// Renaming files and folders under their Win32 names.
+/// Renaming and copying files under their Win32 names.
 #pragma once
 
 #include "zelutils/platform/windef.h"
 #include "zelutils/zel_api.h"
 
 #ifndef _WIN32
+namespace zel_win32 {
 #define MOVEFILE_REPLACE_EXISTING 0x1u
 #define MOVEFILE_COPY_ALLOWED 0x2u
 #define MOVEFILE_WRITE_THROUGH 0x8u
@@ -18,4 +19,10 @@ ZEL_API BOOL MoveFileW(LPCWSTR existingFileName, LPCWSTR newFileName);
 /// the rename survives a power loss. MOVEFILE_COPY_ALLOWED is refused (87):
 /// a move across file systems fails with 17.
 ZEL_API BOOL MoveFileExW(LPCWSTR existingFileName, LPCWSTR newFileName, DWORD flags);
+/// Copies a file's content, permissions and last-write time to newFileName,
+/// replacing a file of that name unless failIfExists is set (then 80). A
+/// copy that fails part way is removed. A folder as source fails with 5.
+ZEL_API BOOL CopyFileW(LPCWSTR existingFileName, LPCWSTR newFileName, BOOL failIfExists);
+}  // namespace zel_win32
+using namespace zel_win32;
 #endif

@@ -17,6 +17,7 @@
 #include <functional>
 
 #ifndef _WIN32
+namespace zel_win32 {
 // Buttons (the type word's low four bits).
 #define MB_OK 0x00000000L
 #define MB_OKCANCEL 0x00000001L
@@ -77,7 +78,8 @@
 /// Copies string resource id of module into buffer (at most bufferMax - 1
 /// units, always terminated) and returns the units copied; 0 when the string
 /// does not exist. With bufferMax 0, stores a read-only pointer to the
-/// resource text in *(LPCWSTR*)buffer and returns its length.
+/// resource text in *(LPCWSTR*)buffer and returns its length. A null buffer
+/// or a negative bufferMax fail with 87 and write nothing.
 ZEL_API int LoadStringW(HINSTANCE module, UINT id, LPWSTR buffer, int bufferMax);
 
 /// Shows a message box through zel_platform::ShowMessageBox and returns the
@@ -86,6 +88,8 @@ ZEL_API int LoadStringW(HINSTANCE module, UINT id, LPWSTR buffer, int bufferMax)
 ZEL_API int MessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type);
 /// The window with the keyboard focus; null on POSIX, which has no windows.
 ZEL_API HWND GetActiveWindow();
+}  // namespace zel_win32
+using namespace zel_win32;
 #endif
 
 namespace zel_platform {

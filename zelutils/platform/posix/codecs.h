@@ -9,6 +9,10 @@
 // conversion: it becomes a replacement character.
 #pragma once
 
+#ifndef ZEL_PLATFORM_INTERNAL
+#error "private to the platform layer: portable code includes zelutils/platform/win32.h"
+#endif
+
 #include "zelutils/platform/stringapiset.h"
 
 #include <cstddef>
@@ -24,8 +28,9 @@ struct ConversionResult {
 };
 
 /// UTF-8 to UTF-16. Each maximal subpart of an ill-formed sequence (a stray
-/// continuation byte, C0/C1/F5..FF, an overlong or surrogate form, a
-/// truncated sequence) becomes one U+FFFD.
+/// continuation byte, C0/C1/F5..FF, a truncated sequence) becomes one
+/// U+FFFD; an overlong, surrogate or above-10FFFF form becomes one U+FFFD for
+/// its lead and second byte, then the rest is decoded on its own (Windows).
 ConversionResult Utf8ToUtf16(const char* source, std::size_t length, char16_t* target,
                              std::size_t capacity);
 /// UTF-16 to UTF-8. A lone surrogate becomes EF BF BD (U+FFFD).
@@ -36,7 +41,9 @@ ConversionResult Utf16ToUtf8(const char16_t* source, std::size_t length, char* t
 bool IconvCodePageAvailable(UINT codePage);
 /// GetCPInfo for an iconv code page; false when it is not available.
 bool IconvCodePageInfo(UINT codePage, CPINFO* info);
-/// codePage text to UTF-16 through iconv. An undecodable byte (with the byte
+/// codePage text to UTF-16 through iconv. A byte 80..9F that is not a lead
+/// byte and that iconv lacks is the C1 control of the same value, as in the
+/// Windows tables (0x80 in 932); any other undecodable byte (with the byte
 /// after it when it is a lead byte) becomes the code page's default wide
 /// character: U+30FB for 932, '?' for the others.
 ConversionResult IconvToUtf16(UINT codePage, const char* source, std::size_t length,
@@ -44,7 +51,8 @@ ConversionResult IconvToUtf16(UINT codePage, const char* source, std::size_t len
 /// UTF-16 to codePage text through iconv. Each unit of a character the code
 /// page lacks (or a lone surrogate) becomes defaultChar, or the code page's
 /// own default character when defaultChar is null; *usedDefault tells
-/// whether that happened.
+/// whether one was stored (or counted, when measuring). A target too small
+/// receives whole characters only: a double-byte character is never split.
 ConversionResult IconvFromUtf16(UINT codePage, const char16_t* source, std::size_t length,
                                 char* target, std::size_t capacity, const char* defaultChar,
                                 bool* usedDefault);

@@ -5,14 +5,16 @@
 #include "zelutils/platform/posix/stderr_text.h"
 #include "zelutils/platform/processthreadsapi.h"
 
+#include <signal.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-void OutputDebugStringW(LPCWSTR outputString) { zel_platform::DebugOutput(outputString); }
+void zel_win32::OutputDebugStringW(LPCWSTR outputString) { zel_platform::DebugOutput(outputString); }
 
-BOOL CheckRemoteDebuggerPresent(HANDLE process, BOOL* debuggerPresent) {
+BOOL zel_win32::CheckRemoteDebuggerPresent(HANDLE process, BOOL* debuggerPresent) {
     if (debuggerPresent == nullptr) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
@@ -62,3 +64,5 @@ void DefaultDebugOutput(LPCWSTR text) {
 }
 
 }  // namespace zel_platform
+
+void zel_win32::DebugBreak() { ::raise(SIGTRAP); }

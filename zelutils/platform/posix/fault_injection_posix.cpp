@@ -15,7 +15,7 @@
 namespace zel_platform::posix {
 namespace {
 
-constexpr int kKinds = static_cast<int>(SystemCall::CloseDirectory) + 1;
+constexpr int kKinds = static_cast<int>(SystemCall::ChangeOwner) + 1;
 
 // The operating system's entry points. open is variadic in C; the wrapper
 // always passes the mode.
@@ -36,11 +36,15 @@ struct SystemCallTable {
     DIR* (*opendir)(const char*);
     dirent* (*readdir)(DIR*);
     int (*closedir)(DIR*);
+    ssize_t (*readlink)(const char*, char*, std::size_t);
+    int (*fchmod)(int, mode_t);
+    int (*fchown)(int, uid_t, gid_t);
 };
 
 const SystemCallTable kSystem = {::open,  ::close,   ::read,     ::write,     ::lseek,  ::ftruncate,
                                  ::fsync, ::statx,   ::futimens, ::renameat2, ::unlink, ::mkdir,
-                                 ::rmdir, ::opendir, ::readdir,  ::closedir};
+                                 ::rmdir, ::opendir, ::readdir,  ::closedir, ::readlink,
+                                 ::fchmod, ::fchown};
 
 struct Fault {
     unsigned long at = 0;  // the count at which the call fails; 0: none
@@ -160,10 +164,13 @@ off_t Seek(int fd, off_t offset, int whence) {
 }
 
 int Truncate(int fd, off_t length) {
-    return Intercept(SystemCall::Truncate) ? -1 : kSystem.ftruncate(fd, length);
+    return RetryInterrupted(
+        [&] { return Intercept(SystemCall::Truncate) ? -1 : kSystem.ftruncate(fd, length); });
 }
 
-int Sync(int fd) { return Intercept(SystemCall::Sync) ? -1 : kSystem.fsync(fd); }
+int Sync(int fd) {
+    return RetryInterrupted([&] { return Intercept(SystemCall::Sync) ? -1 : kSystem.fsync(fd); });
+}
 
 int Stat(int dirFd, const char* path, int flags, struct statx* status) {
     if (Intercept(SystemCall::Stat)) return -1;
@@ -202,6 +209,18 @@ dirent* ReadDirectory(DIR* directory) {
 int CloseDirectory(DIR* directory) {
     return ReleaseReportingFault(SystemCall::CloseDirectory,
                                  [directory] { return kSystem.closedir(directory); });
+}
+
+ssize_t ReadLink(const char* path, char* buffer, std::size_t size) {
+    return Intercept(SystemCall::ReadLink) ? -1 : kSystem.readlink(path, buffer, size);
+}
+
+int ChangeMode(int fd, mode_t mode) {
+    return Intercept(SystemCall::ChangeMode) ? -1 : kSystem.fchmod(fd, mode);
+}
+
+int ChangeOwner(int fd, uid_t owner, gid_t group) {
+    return Intercept(SystemCall::ChangeOwner) ? -1 : kSystem.fchown(fd, owner, group);
 }
 
 }  // namespace sys

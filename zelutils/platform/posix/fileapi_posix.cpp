@@ -8,6 +8,7 @@
 #include "zelutils/platform/posix/path_conversion.h"
 #include "zelutils/platform/posix/system_calls.h"
 
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -29,6 +30,16 @@ bool SameFile(const struct statx& a, const struct statx& b) {
            a.stx_dev_minor == b.stx_dev_minor;
 }
 
+bool Fail(DWORD error) {
+    SetLastError(error);
+    return false;
+}
+
+bool FailFromErrno() {
+    SetLastErrorFromErrno(errno);
+    return false;
+}
+
 // An open descriptor. Duplicated handles share the object, so the descriptor
 // is closed (and a delete-on-close file removed) when the last handle goes.
 class FileObject final : public KernelObject {
@@ -40,9 +51,16 @@ public:
           regular_(regular),
           deletePath_(std::move(deleteOnClosePath)) {}
 
-    ~FileObject() override {
+    ~FileObject() override { Release(); }
+
+    bool Release() override {
+        if (fd_ < 0) return true;
         if (!deletePath_.empty()) UnlinkIfStillThisFile();
-        sys::Close(fd_);
+        int result = sys::Close(fd_);
+        fd_ = -1;
+        // Linux releases the descriptor even when close is interrupted, and
+        // an interrupted close has lost no data.
+        return result == 0 || errno == EINTR || FailFromErrno();
     }
 
     int Fd() const { return fd_; }
@@ -101,16 +119,6 @@ BOOL EndTransfer(DWORD total, LPDWORD done, bool succeeded) {
     return FALSE;
 }
 
-bool Fail(DWORD error) {
-    SetLastError(error);
-    return false;
-}
-
-bool FailFromErrno() {
-    SetLastErrorFromErrno(errno);
-    return false;
-}
-
 FILETIME FileTimeOf(const struct statx_timestamp& time) {
     return posix::FileTimeOf(time.tv_sec, static_cast<long>(time.tv_nsec));
 }
@@ -120,6 +128,10 @@ DWORD AttributesOf(const struct statx& status) {
     if (S_ISDIR(status.stx_mode)) attributes |= FILE_ATTRIBUTE_DIRECTORY;
     if ((status.stx_mode & S_IWUSR) == 0) attributes |= FILE_ATTRIBUTE_READONLY;
     if (S_ISLNK(status.stx_mode)) attributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+    if (S_ISCHR(status.stx_mode) || S_ISBLK(status.stx_mode) || S_ISFIFO(status.stx_mode) ||
+        S_ISSOCK(status.stx_mode)) {
+        attributes |= FILE_ATTRIBUTE_DEVICE;
+    }
     return attributes == 0 ? FILE_ATTRIBUTE_NORMAL : attributes;
 }
 
@@ -138,11 +150,13 @@ std::string AbsolutePath(const std::string& path) {
 }
 
 // Opens with a Win32 disposition. *existed tells, for OPEN_ALWAYS and
-// CREATE_ALWAYS, that the file was there before.
+// CREATE_ALWAYS, that the file was there before; *created that this open
+// certainly made it.
 int OpenWithDisposition(const std::string& path, int flags, DWORD disposition, mode_t mode,
-                        bool* existed) {
+                        bool* existed, bool* created) {
     switch (disposition) {
     case CREATE_NEW:
+        *created = true;
         return sys::Open(path.c_str(), flags | O_CREAT | O_EXCL, mode);
     case OPEN_EXISTING:
         return sys::Open(path.c_str(), flags, 0);
@@ -164,6 +178,7 @@ int OpenWithDisposition(const std::string& path, int flags, DWORD disposition, m
         }
         if (errno != ENOENT) return -1;
         fd = sys::Open(path.c_str(), flags | O_CREAT | O_EXCL, mode);
+        *created = fd >= 0;
         if (fd >= 0 || errno != EEXIST) return fd;
     }
     return sys::Open(path.c_str(), flags | O_CREAT | truncate, mode);
@@ -233,9 +248,28 @@ bool Matches(const WideString& pattern, const WideString& name) {
            MatchesPattern(pattern, size - 2, name);
 }
 
-void FillFindData(const WideString& name, const struct statx& status, LPWIN32_FIND_DATAW data) {
+// Stats an entry as Windows describes one: a symbolic link by its target (a
+// dangling one by itself), marked FILE_ATTRIBUTE_REPARSE_POINT so that a
+// walker does not descend through it. False with errno when both fail.
+bool StatEntry(int dirFd, const char* name, struct statx* status, bool* isLink) {
+    if (sys::Stat(dirFd, name, AT_SYMLINK_NOFOLLOW, status) != 0) return false;
+    *isLink = S_ISLNK(status->stx_mode);
+    if (*isLink) {
+        struct statx target {};
+        if (sys::Stat(dirFd, name, 0, &target) == 0) *status = target;
+    }
+    return true;
+}
+
+DWORD EntryAttributesOf(const struct statx& status, bool isLink) {
+    DWORD attributes = AttributesOf(status);
+    return isLink ? (attributes & ~FILE_ATTRIBUTE_NORMAL) | FILE_ATTRIBUTE_REPARSE_POINT : attributes;
+}
+
+void FillFindData(const WideString& name, const struct statx& status, bool isLink,
+                  LPWIN32_FIND_DATAW data) {
     *data = WIN32_FIND_DATAW{};
-    data->dwFileAttributes = AttributesOf(status);
+    data->dwFileAttributes = EntryAttributesOf(status, isLink);
     data->ftCreationTime = CreationTimeOf(status);
     data->ftLastAccessTime = FileTimeOf(status.stx_atime);
     data->ftLastWriteTime = FileTimeOf(status.stx_mtime);
@@ -266,12 +300,11 @@ public:
                 FromNativeText(entry->d_name, std::char_traits<char>::length(entry->d_name));
             if (!Matches(pattern_, name)) continue;
             struct statx status {};
-            // A dangling link is still listed, as the link itself.
-            if (sys::Stat(dirfd(folder_), entry->d_name, 0, &status) != 0 &&
-                sys::Stat(dirfd(folder_), entry->d_name, AT_SYMLINK_NOFOLLOW, &status) != 0) {
+            bool isLink = false;
+            if (!StatEntry(dirfd(folder_), entry->d_name, &status, &isLink)) {
                 continue;  // gone since readdir
             }
-            FillFindData(name, status, data);
+            FillFindData(name, status, isLink, data);
             return true;
         }
     }
@@ -317,7 +350,7 @@ using namespace zel_platform::posix;
 using zel_platform::ErrorFromErrno;
 using zel_platform::SetLastErrorFromErrno;
 
-HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD /*shareMode: not enforceable*/,
+HANDLE zel_win32::CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD /*shareMode: not enforceable*/,
                    LPSECURITY_ATTRIBUTES /*securityAttributes*/, DWORD creationDisposition,
                    DWORD flagsAndAttributes, HANDLE /*templateFile*/) {
     bool read = (desiredAccess & kReadAccess) != 0;
@@ -336,41 +369,43 @@ HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD /*shareMode: not
     bool backupSemantics = (flagsAndAttributes & FILE_FLAG_BACKUP_SEMANTICS) != 0;
 
     bool existed = false;
-    int fd = OpenWithDisposition(path, flags, creationDisposition, mode, &existed);
+    bool created = false;
+    int fd = OpenWithDisposition(path, flags, creationDisposition, mode, &existed, &created);
     if (fd < 0 && errno == EISDIR && backupSemantics && creationDisposition != CREATE_ALWAYS &&
         creationDisposition != TRUNCATE_EXISTING) {
         // A folder handle carries no data access; the rights are still recorded.
         fd = sys::Open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
         existed = true;
+        created = false;
     }
     if (fd < 0) {
         SetLastError(PathError(errno, path));
         return INVALID_HANDLE_VALUE;
     }
+    // A step that fails after the open takes back a file the open created,
+    // so a failed create leaves nothing behind, as on Windows.
+    auto abandon = [&](int openFd, DWORD error) {
+        if (openFd >= 0) sys::Close(openFd);
+        if (created) sys::Unlink(path.c_str());
+        SetLastError(error);
+        return INVALID_HANDLE_VALUE;
+    };
     struct statx status {};
-    if (sys::Stat(fd, "", AT_EMPTY_PATH, &status) != 0) {
-        int error = errno;
-        sys::Close(fd);
-        SetLastErrorFromErrno(error);
-        return INVALID_HANDLE_VALUE;
-    }
-    if (S_ISDIR(status.stx_mode) && !backupSemantics) {
-        sys::Close(fd);
-        SetLastError(ERROR_ACCESS_DENIED);
-        return INVALID_HANDLE_VALUE;
-    }
+    if (sys::Stat(fd, "", AT_EMPTY_PATH, &status) != 0) return abandon(fd, ErrorFromErrno(errno));
+    if (S_ISDIR(status.stx_mode) && !backupSemantics) return abandon(fd, ERROR_ACCESS_DENIED);
     std::string deletePath;
     if ((flagsAndAttributes & FILE_FLAG_DELETE_ON_CLOSE) != 0) deletePath = AbsolutePath(path);
     HANDLE handle = InsertObject(std::make_shared<FileObject>(
         fd, desiredAccess, S_ISREG(status.stx_mode), std::move(deletePath)));
-    if (handle == nullptr) return INVALID_HANDLE_VALUE;  // the object closed the descriptor
+    // A full table: the object closed the descriptor already.
+    if (handle == nullptr) return abandon(-1, GetLastError());
     bool reportExisting =
         existed && (creationDisposition == OPEN_ALWAYS || creationDisposition == CREATE_ALWAYS);
     SetLastError(reportExisting ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
     return handle;
 }
 
-BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped) {
+BOOL zel_win32::ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped) {
     std::shared_ptr<FileObject> object =
         BeginTransfer(file, kReadAccess, buffer, toRead, read, overlapped);
     if (!object) return FALSE;
@@ -384,7 +419,7 @@ BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPP
     return EndTransfer(total, read, true);
 }
 
-BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written,
+BOOL zel_win32::WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written,
                LPOVERLAPPED overlapped) {
     std::shared_ptr<FileObject> object =
         BeginTransfer(file, kWriteAccess, buffer, toWrite, written, overlapped);
@@ -402,7 +437,7 @@ BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written,
     return EndTransfer(total, written, true);
 }
 
-DWORD SetFilePointer(HANDLE file, LONG distance, PLONG distanceHigh, DWORD moveMethod) {
+DWORD zel_win32::SetFilePointer(HANDLE file, LONG distance, PLONG distanceHigh, DWORD moveMethod) {
     LONGLONG move = distance;
     if (distanceHigh != nullptr) {
         move = static_cast<LONGLONG>(
@@ -419,7 +454,7 @@ DWORD SetFilePointer(HANDLE file, LONG distance, PLONG distanceHigh, DWORD moveM
     return static_cast<DWORD>(position);
 }
 
-BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition,
+BOOL zel_win32::SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition,
                       DWORD moveMethod) {
     LONGLONG position = 0;
     if (!MovePointer(file, distance.QuadPart, moveMethod, false, &position)) return FALSE;
@@ -427,7 +462,7 @@ BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPos
     return TRUE;
 }
 
-DWORD GetFileSize(HANDLE file, LPDWORD sizeHigh) {
+DWORD zel_win32::GetFileSize(HANDLE file, LPDWORD sizeHigh) {
     struct statx status {};
     if (!StatusOf(file, &status)) return INVALID_FILE_SIZE;
     if (sizeHigh != nullptr) *sizeHigh = static_cast<DWORD>(status.stx_size >> 32);
@@ -435,7 +470,7 @@ DWORD GetFileSize(HANDLE file, LPDWORD sizeHigh) {
     return static_cast<DWORD>(status.stx_size);
 }
 
-BOOL SetEndOfFile(HANDLE file) {
+BOOL zel_win32::SetEndOfFile(HANDLE file) {
     std::shared_ptr<FileObject> object = FileWithAccess(file, kWriteAccess);
     if (!object) return FALSE;
     off_t position = sys::Seek(object->Fd(), 0, SEEK_CUR);
@@ -443,13 +478,13 @@ BOOL SetEndOfFile(HANDLE file) {
     return TRUE;
 }
 
-BOOL FlushFileBuffers(HANDLE file) {
+BOOL zel_win32::FlushFileBuffers(HANDLE file) {
     std::shared_ptr<FileObject> object = FileWithAccess(file, kWriteAccess);
     if (!object) return FALSE;
     return sys::Sync(object->Fd()) == 0 || FailFromErrno();
 }
 
-BOOL GetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION information) {
+BOOL zel_win32::GetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION information) {
     struct statx status {};
     if (!StatusOf(file, &status)) return FALSE;
     if (information == nullptr) return Fail(ERROR_INVALID_PARAMETER);
@@ -466,7 +501,7 @@ BOOL GetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION inform
     return TRUE;
 }
 
-BOOL SetFileTime(HANDLE file, const FILETIME* /*creationTime: POSIX keeps no settable one*/,
+BOOL zel_win32::SetFileTime(HANDLE file, const FILETIME* /*creationTime: POSIX keeps no settable one*/,
                  const FILETIME* lastAccessTime, const FILETIME* lastWriteTime) {
     std::shared_ptr<FileObject> object = FileWithAccess(file, kAttributeAccess);
     if (!object) return FALSE;
@@ -485,7 +520,7 @@ BOOL SetFileTime(HANDLE file, const FILETIME* /*creationTime: POSIX keeps no set
     return sys::SetTimes(object->Fd(), times) == 0 || FailFromErrno();
 }
 
-HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData) {
+HANDLE zel_win32::FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData) {
     if (fileName == nullptr || findData == nullptr) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return INVALID_HANDLE_VALUE;
@@ -501,12 +536,12 @@ HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData) {
     std::shared_ptr<SearchObject> search;
     if (pattern.find_first_of(u"*?") == WideString::npos) {
         struct statx status {};
-        if (sys::Stat(AT_FDCWD, path.c_str(), 0, &status) != 0 &&
-            sys::Stat(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, &status) != 0) {
+        bool isLink = false;
+        if (!StatEntry(AT_FDCWD, path.c_str(), &status, &isLink)) {
             SetLastError(PathError(errno, path));
             return INVALID_HANDLE_VALUE;
         }
-        FillFindData(pattern, status, findData);
+        FillFindData(pattern, status, isLink, findData);
         search = std::make_shared<SearchObject>(nullptr, std::move(pattern));
     } else {
         std::string folder =
@@ -527,33 +562,33 @@ HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData) {
     return handle == nullptr ? INVALID_HANDLE_VALUE : handle;
 }
 
-BOOL FindNextFileW(HANDLE findFile, LPWIN32_FIND_DATAW findData) {
+BOOL zel_win32::FindNextFileW(HANDLE findFile, LPWIN32_FIND_DATAW findData) {
     std::shared_ptr<SearchObject> search = Find<SearchObject>(findFile, ObjectKind::Find);
     if (!search) return FALSE;
     if (findData == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     return search->Next(findData);
 }
 
-BOOL FindClose(HANDLE findFile) {
+BOOL zel_win32::FindClose(HANDLE findFile) {
     if (!FindObject(findFile, ObjectKind::Find)) return FALSE;
     return RemoveObject(findFile) ? TRUE : FALSE;
 }
 
-BOOL DeleteFileW(LPCWSTR fileName) {
+BOOL zel_win32::DeleteFileW(LPCWSTR fileName) {
     if (fileName == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     std::string path = ToNativePath(fileName);
     if (sys::Unlink(path.c_str()) == 0) return TRUE;
     return Fail(PathError(errno, path));
 }
 
-BOOL CreateDirectoryW(LPCWSTR pathName, LPSECURITY_ATTRIBUTES /*securityAttributes*/) {
+BOOL zel_win32::CreateDirectoryW(LPCWSTR pathName, LPSECURITY_ATTRIBUTES /*securityAttributes*/) {
     if (pathName == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     std::string path = ToNativePath(pathName);
     if (sys::MakeDirectory(path.c_str(), 0777) == 0) return TRUE;
     return Fail(errno == EEXIST ? ERROR_ALREADY_EXISTS : PathError(errno, path));
 }
 
-BOOL RemoveDirectoryW(LPCWSTR pathName) {
+BOOL zel_win32::RemoveDirectoryW(LPCWSTR pathName) {
     if (pathName == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     std::string path = ToNativePath(pathName);
     if (sys::RemoveDirectory(path.c_str()) == 0) return TRUE;
@@ -565,28 +600,41 @@ BOOL RemoveDirectoryW(LPCWSTR pathName) {
     return Fail(PathError(error, path));
 }
 
-DWORD GetFileAttributesW(LPCWSTR fileName) {
+DWORD zel_win32::GetFileAttributesW(LPCWSTR fileName) {
     if (fileName == nullptr) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return INVALID_FILE_ATTRIBUTES;
     }
     std::string path = ToNativePath(fileName);
     struct statx status {};
-    if (sys::Stat(AT_FDCWD, path.c_str(), 0, &status) != 0) {
+    bool isLink = false;
+    if (!StatEntry(AT_FDCWD, path.c_str(), &status, &isLink)) {
         SetLastError(PathError(errno, path));
         return INVALID_FILE_ATTRIBUTES;
     }
-    return AttributesOf(status);
+    return EntryAttributesOf(status, isLink);
 }
 
-DWORD GetTempPathW(DWORD bufferLength, LPWSTR buffer) {
+BOOL zel_win32::GetDiskFreeSpaceExW(LPCWSTR directoryName, PULARGE_INTEGER freeBytesAvailableToCaller,
+                                    PULARGE_INTEGER totalNumberOfBytes, PULARGE_INTEGER totalNumberOfFreeBytes) {
+    std::string path = directoryName == nullptr ? std::string(".") : ToNativePath(directoryName);
+    struct statvfs volume {};
+    if (statvfs(path.c_str(), &volume) != 0) return Fail(PathError(errno, path));
+    ULONGLONG unit = volume.f_frsize;
+    if (freeBytesAvailableToCaller != nullptr) freeBytesAvailableToCaller->QuadPart = unit * volume.f_bavail;
+    if (totalNumberOfBytes != nullptr) totalNumberOfBytes->QuadPart = unit * volume.f_blocks;
+    if (totalNumberOfFreeBytes != nullptr) totalNumberOfFreeBytes->QuadPart = unit * volume.f_bfree;
+    return TRUE;
+}
+
+DWORD zel_win32::GetTempPathW(DWORD bufferLength, LPWSTR buffer) {
     const char* folder = std::getenv("TMPDIR");
     std::string path = (folder != nullptr && *folder != 0) ? folder : "/tmp";
     if (path.back() != '/') path += '/';
     return CopyOrMeasure(FromNativeText(path.data(), path.size()), buffer, bufferLength);
 }
 
-UINT GetTempFileNameW(LPCWSTR pathName, LPCWSTR prefixString, UINT unique, LPWSTR tempFileName) {
+UINT zel_win32::GetTempFileNameW(LPCWSTR pathName, LPCWSTR prefixString, UINT unique, LPWSTR tempFileName) {
     if (pathName == nullptr || tempFileName == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     WideString stem(pathName);
     if (!stem.empty() && stem.back() != u'\\' && stem.back() != u'/') stem += u'/';
@@ -625,7 +673,54 @@ UINT GetTempFileNameW(LPCWSTR pathName, LPCWSTR prefixString, UINT unique, LPWST
     return Fail(ERROR_FILE_EXISTS);
 }
 
-BOOL FileTimeToLocalFileTime(const FILETIME* fileTime, LPFILETIME localFileTime) {
+bool zel_platform::ResolveSymbolicLinks(LPCWSTR path, std::basic_string<WCHAR>& target) {
+    if (path == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    std::string current = ToNativePath(path);
+    // As many links as the system itself follows before it reports a loop.
+    constexpr int kMaxLinks = 40;
+    for (int followed = 0;; ++followed) {
+        struct statx status {};
+        if (sys::Stat(AT_FDCWD, current.c_str(), AT_SYMLINK_NOFOLLOW, &status) != 0) {
+            if (errno != ENOENT) return Fail(PathError(errno, current));
+            status.stx_mode = S_IFREG;  // not there yet: created under this name
+        }
+        if (!S_ISLNK(status.stx_mode)) {
+            target = followed == 0 ? WideString(path) : FromNativeText(current.data(), current.size());
+            return true;
+        }
+        if (followed == kMaxLinks) return Fail(ERROR_CANT_RESOLVE_FILENAME);
+        // One byte more than the link's size tells a link replaced meanwhile
+        // by a longer one, which the next round reads again.
+        std::string link(static_cast<std::size_t>(status.stx_size) + 1, '\0');
+        ssize_t length = sys::ReadLink(current.c_str(), link.data(), link.size());
+        if (length < 0) return Fail(PathError(errno, current));
+        if (static_cast<std::size_t>(length) == link.size()) continue;
+        link.resize(static_cast<std::size_t>(length));
+        std::string::size_type slash = current.find_last_of('/');
+        if (link.empty() || link[0] == '/' || slash == std::string::npos) {
+            current = link;
+        } else {
+            current = current.substr(0, slash + 1) + link;
+        }
+    }
+}
+
+bool zel_platform::CopyFileAccess(LPCWSTR model, HANDLE file) {
+    std::shared_ptr<FileObject> object = FileOf(file);
+    if (!object) return false;
+    if (model == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    std::string path = ToNativePath(model);
+    struct statx status {};
+    if (sys::Stat(AT_FDCWD, path.c_str(), 0, &status) != 0) return Fail(PathError(errno, path));
+    // The owner first, since changing it may clear set-id bits. A process
+    // that may not give the file away keeps it as its own (EPERM).
+    if (sys::ChangeOwner(object->Fd(), status.stx_uid, status.stx_gid) != 0 && errno != EPERM) {
+        return FailFromErrno();
+    }
+    return sys::ChangeMode(object->Fd(), status.stx_mode & 07777) == 0 || FailFromErrno();
+}
+
+BOOL zel_win32::FileTimeToLocalFileTime(const FILETIME* fileTime, LPFILETIME localFileTime) {
     if (fileTime == nullptr || localFileTime == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     ULONGLONG ticks = TicksOf(*fileTime);
     if (ticks >= kMaxFileTime) return Fail(ERROR_INVALID_PARAMETER);
@@ -640,7 +735,7 @@ BOOL FileTimeToLocalFileTime(const FILETIME* fileTime, LPFILETIME localFileTime)
     return TRUE;
 }
 
-BOOL LocalFileTimeToFileTime(const FILETIME* localFileTime, LPFILETIME fileTime) {
+BOOL zel_win32::LocalFileTimeToFileTime(const FILETIME* localFileTime, LPFILETIME fileTime) {
     if (fileTime == nullptr || localFileTime == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     ULONGLONG ticks = TicksOf(*localFileTime);
     if (ticks >= kMaxFileTime) return Fail(ERROR_INVALID_PARAMETER);

@@ -8,6 +8,10 @@
 // if another thread closes the handle meanwhile.
 #pragma once
 
+#ifndef ZEL_PLATFORM_INTERNAL
+#error "private to the platform layer: portable code includes zelutils/platform/win32.h"
+#endif
+
 #include "zelutils/platform/windef.h"
 
 #include <memory>
@@ -27,6 +31,10 @@ public:
     KernelObject& operator=(const KernelObject&) = delete;
 
     ObjectKind Kind() const { return kind_; }
+    /// Releases the OS resource at once and tells whether that worked (false
+    /// with the last error set), for CloseHandle on the last handle; the
+    /// destructor releases whatever was not released here.
+    virtual bool Release() { return true; }
 
 private:
     ObjectKind kind_;

@@ -6,15 +6,21 @@
 #include "zelutils/platform/posix/handle_table.h"
 #include "zelutils/platform/processthreadsapi.h"
 
-BOOL CloseHandle(HANDLE object) {
+BOOL zel_win32::CloseHandle(HANDLE object) {
     // All ones is also the current process's pseudo-handle, which Windows
     // lets callers close to no effect: code that closes a failed
     // CreateFileW result unchecked succeeds there, and must here too.
     if (object == GetCurrentProcess()) return TRUE;
-    return zel_platform::posix::RemoveObject(object) ? TRUE : FALSE;
+    std::shared_ptr<zel_platform::posix::KernelObject> removed =
+        zel_platform::posix::RemoveObject(object);
+    if (!removed) return FALSE;
+    // The last owner releases the object here, so that a failing close (a
+    // delayed write error) reaches the caller. A duplicated handle, or a call
+    // still using the object on another thread, leaves that to its last user.
+    return removed.use_count() > 1 || removed->Release() ? TRUE : FALSE;
 }
 
-BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE sourceHandle, HANDLE targetProcess,
+BOOL zel_win32::DuplicateHandle(HANDLE sourceProcess, HANDLE sourceHandle, HANDLE targetProcess,
                      LPHANDLE targetHandle, DWORD /*desiredAccess*/, BOOL /*inheritHandle*/,
                      DWORD options) {
     // Only the current process exists here, named by its pseudo handle.

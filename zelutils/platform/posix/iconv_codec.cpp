@@ -98,9 +98,10 @@ bool Convert(iconv_t descriptor, const void* source, std::size_t bytes, void* ta
 struct CodePage {
     CPINFO info{};
     char16_t undecodable = u'?';
-    /// Bytes 0x80-0x9F the code page leaves undefined. Windows maps them to
-    /// the C1 control of the same value and back, so text in those code pages
-    /// round-trips every byte; the same is kept here.
+    /// Bytes 0x80-0x9F, other than lead bytes, that iconv leaves undefined.
+    /// Windows maps them to the C1 control of the same value and back (0x80
+    /// in 932, five bytes in 1252), so text in those code pages round-trips
+    /// every byte; the same is kept here.
     std::uint32_t undefinedC1Bytes = 0;
     std::vector<iconv_t> idleDecoders;  ///< code page to UTF-16
     std::vector<iconv_t> idleEncoders;  ///< UTF-16 to code page
@@ -179,8 +180,8 @@ private:
         } else {
             info.DefaultChar[0] = '?';
         }
-        if (info.MaxCharSize != 1) return;
         for (unsigned byte = 0x80; byte <= 0x9F; ++byte) {
+            if (IsLeadByte(info, static_cast<unsigned char>(byte))) continue;
             const char single = static_cast<char>(byte);
             char16_t unit;
             std::size_t unitBytes = sizeof unit;
@@ -235,6 +236,29 @@ public:
         }
         count_ += count;
     }
+
+    /// Put for code-page bytes: where the room ends, stores only the whole
+    /// characters that fit, never the lead byte of a double-byte character
+    /// without its trail byte. bytes starts at a character boundary.
+    void PutCharacters(const Unit* bytes, std::size_t count, const CPINFO& info) {
+        if (!Fits(count) && count_ < capacity_) {
+            const std::size_t room = capacity_ - count_;
+            std::size_t whole = 0;
+            while (whole < count) {
+                const std::size_t size =
+                    whole + 1 < count && IsLeadByte(info, static_cast<unsigned char>(bytes[whole])) ? 2 : 1;
+                if (whole + size > room) break;
+                whole += size;
+            }
+            std::copy_n(bytes, whole, target_ + count_);
+            count_ = capacity_ + 1;  // no later character may follow the cut
+            return;
+        }
+        Put(bytes, count);
+    }
+
+    /// Whether count more units are stored whole (always, when measuring).
+    bool Fits(std::size_t count) const { return target_ == nullptr || count_ + count <= capacity_; }
 
     ConversionResult Result() const {
         if (target_ != nullptr && count_ > capacity_) return {capacity_, ConversionResult::kTargetTooSmall};
@@ -328,7 +352,7 @@ ConversionResult IconvFromUtf16(UINT codePage, const char16_t* source, std::size
                                             : iconv(lease.Descriptor(), &in, &inLeft, &out, &outLeft)) !=
                                kIconvFailed;
         const int error = errno;
-        sink.Put(chunk, sizeof chunk - outLeft);
+        sink.PutCharacters(chunk, sizeof chunk - outLeft, page.info);
         if (next == end) {
             if (converted || error != E2BIG) break;
             continue;
@@ -345,8 +369,10 @@ ConversionResult IconvFromUtf16(UINT codePage, const char16_t* source, std::size
             const char byte = static_cast<char>(unit);
             sink.Put(&byte, 1);
         } else {
-            sink.Put(replacement, replacementLength);
-            *usedDefault = true;
+            // A default character that is cut off was not used: the
+            // conversion stops before it, as on Windows.
+            if (sink.Fits(replacementLength)) *usedDefault = true;
+            sink.PutCharacters(replacement, replacementLength, page.info);
         }
     }
     return sink.Result();

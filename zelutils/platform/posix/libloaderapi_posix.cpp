@@ -57,7 +57,7 @@ std::string AbsolutePath(const std::string& path) {
 
 }  // namespace
 
-DWORD GetModuleFileNameW(HMODULE module, LPWSTR filename, DWORD size) {
+DWORD zel_win32::GetModuleFileNameW(HMODULE module, LPWSTR filename, DWORD size) {
     std::string path;
     if (module == nullptr) {
         path = ProgramPath();

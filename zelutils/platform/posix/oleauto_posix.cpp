@@ -25,16 +25,16 @@ BSTR Allocate(const OLECHAR* text, UINT length) {
 }
 }  // namespace
 
-BSTR SysAllocStringLen(const OLECHAR* text, UINT length) { return Allocate(text, length); }
+BSTR zel_win32::SysAllocStringLen(const OLECHAR* text, UINT length) { return Allocate(text, length); }
 
-BSTR SysAllocString(const OLECHAR* text) {
+BSTR zel_win32::SysAllocString(const OLECHAR* text) {
     if (text == nullptr) return nullptr;
     UINT length = 0;
     while (text[length] != 0) ++length;
     return Allocate(text, length);
 }
 
-INT SysReAllocStringLen(BSTR* bstr, const OLECHAR* text, UINT length) {
+INT zel_win32::SysReAllocStringLen(BSTR* bstr, const OLECHAR* text, UINT length) {
     if (bstr == nullptr) return FALSE;
     // A fresh block first: text may point into the old one.
     BSTR fresh = Allocate(text, length);
@@ -44,10 +44,10 @@ INT SysReAllocStringLen(BSTR* bstr, const OLECHAR* text, UINT length) {
     return TRUE;
 }
 
-void SysFreeString(BSTR bstr) {
+void zel_win32::SysFreeString(BSTR bstr) {
     if (bstr != nullptr) std::free(BlockOf(bstr));
 }
 
-UINT SysStringLen(BSTR bstr) {
+UINT zel_win32::SysStringLen(BSTR bstr) {
     return bstr == nullptr ? 0 : *BlockOf(bstr) / sizeof(OLECHAR);
 }

@@ -2,6 +2,10 @@
 // debug output and the message box (internal).
 #pragma once
 
+#ifndef ZEL_PLATFORM_INTERNAL
+#error "private to the platform layer: portable code includes zelutils/platform/win32.h"
+#endif
+
 #include "zelutils/platform/windef.h"
 
 #include <string>

@@ -29,11 +29,12 @@ int Fail(DWORD error) {
 }
 
 /// The argument rules both directions share: a source of at least one unit
-/// (-1 meaning NUL-terminated), a non-negative capacity, a target unless the
-/// capacity is 0, and a target that is not the source.
+/// (any negative count meaning NUL-terminated, as on Windows), a
+/// non-negative capacity, a target unless the capacity is 0, and a target
+/// that is not the source.
 bool ValidArguments(const void* source, int sourceCount, const void* target, int capacity) {
-    return source != nullptr && sourceCount != 0 && sourceCount >= -1 && capacity >= 0 &&
-           (target != nullptr || capacity == 0) && source != target;
+    return source != nullptr && sourceCount != 0 && capacity >= 0 && (target != nullptr || capacity == 0) &&
+           source != target;
 }
 
 int Finish(ConversionResult result) {
@@ -54,33 +55,46 @@ bool Available(UINT codePage) {
     return codePage == CP_UTF8 ||
            (codePage != CP_ACP && codePage != CP_OEMCP && zel_platform::posix::IconvCodePageAvailable(codePage));
 }
+
+/// The first error of the checks both directions make before converting:
+/// arguments, then the code page, then the flags (Windows reports an unknown
+/// code page with bad flags as 87); 0 when the call may go on.
+DWORD CheckCall(UINT resolvedCodePage, DWORD flags, const void* source, int sourceCount, const void* target,
+                int capacity) {
+    if (!ValidArguments(source, sourceCount, target, capacity) || !Available(resolvedCodePage)) {
+        return ERROR_INVALID_PARAMETER;
+    }
+    return flags != 0 ? ERROR_INVALID_FLAGS : 0;
+}
 }  // namespace
 
-int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR multiByteStr, int cbMultiByte, LPWSTR wideCharStr,
+int zel_win32::MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR multiByteStr, int cbMultiByte, LPWSTR wideCharStr,
                         int cchWideChar) {
-    if (!ValidArguments(multiByteStr, cbMultiByte, wideCharStr, cchWideChar)) return Fail(ERROR_INVALID_PARAMETER);
-    if (flags != 0) return Fail(ERROR_INVALID_FLAGS);
+    const UINT resolved = Resolve(codePage);
+    if (DWORD error = CheckCall(resolved, flags, multiByteStr, cbMultiByte, wideCharStr, cchWideChar)) {
+        return Fail(error);
+    }
     const std::size_t length =
-        cbMultiByte == -1 ? std::strlen(multiByteStr) + 1 : static_cast<std::size_t>(cbMultiByte);
+        cbMultiByte < 0 ? std::strlen(multiByteStr) + 1 : static_cast<std::size_t>(cbMultiByte);
     // A capacity of 0 measures, whatever the target pointer.
     WCHAR* target = cchWideChar == 0 ? nullptr : wideCharStr;
     const auto capacity = static_cast<std::size_t>(cchWideChar);
-    const UINT resolved = Resolve(codePage);
     if (resolved == CP_UTF8) {
         return Finish(zel_platform::posix::Utf8ToUtf16(multiByteStr, length, target, capacity));
     }
     return Finish(zel_platform::posix::IconvToUtf16(resolved, multiByteStr, length, target, capacity));
 }
 
-int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wideCharStr, int cchWideChar, LPSTR multiByteStr,
+int zel_win32::WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wideCharStr, int cchWideChar, LPSTR multiByteStr,
                         int cbMultiByte, LPCSTR defaultChar, LPBOOL usedDefaultChar) {
-    if (!ValidArguments(wideCharStr, cchWideChar, multiByteStr, cbMultiByte)) return Fail(ERROR_INVALID_PARAMETER);
-    if (flags != 0) return Fail(ERROR_INVALID_FLAGS);
     const UINT resolved = Resolve(codePage);
+    if (DWORD error = CheckCall(resolved, flags, wideCharStr, cchWideChar, multiByteStr, cbMultiByte)) {
+        return Fail(error);
+    }
     // UTF-7 and UTF-8 represent every character: there is no default to use.
     const bool unicode = resolved == CP_UTF8 || resolved == 65000;
     if (unicode && (defaultChar != nullptr || usedDefaultChar != nullptr)) return Fail(ERROR_INVALID_PARAMETER);
-    const std::size_t length = cchWideChar == -1 ? std::char_traits<WCHAR>::length(wideCharStr) + 1
+    const std::size_t length = cchWideChar < 0 ? std::char_traits<WCHAR>::length(wideCharStr) + 1
                                                  : static_cast<std::size_t>(cchWideChar);
     char* target = cbMultiByte == 0 ? nullptr : multiByteStr;
     const auto capacity = static_cast<std::size_t>(cbMultiByte);
@@ -94,7 +108,7 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wideCharStr, int cch
     return result;
 }
 
-BOOL GetCPInfo(UINT codePage, LPCPINFO cpInfo) {
+BOOL zel_win32::GetCPInfo(UINT codePage, LPCPINFO cpInfo) {
     if (cpInfo == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     const UINT resolved = Resolve(codePage);
     if (resolved == CP_UTF8) {
@@ -107,9 +121,9 @@ BOOL GetCPInfo(UINT codePage, LPCPINFO cpInfo) {
     return TRUE;
 }
 
-UINT GetACP() { return gAnsiCodePage.load(std::memory_order_relaxed); }
+UINT zel_win32::GetACP() { return gAnsiCodePage.load(std::memory_order_relaxed); }
 
-UINT GetOEMCP() { return gOemCodePage.load(std::memory_order_relaxed); }
+UINT zel_win32::GetOEMCP() { return gOemCodePage.load(std::memory_order_relaxed); }
 
 namespace zel_platform {
 

@@ -60,14 +60,14 @@ std::uint64_t AddressSpaceBytes() {
 
 }  // namespace
 
-DWORD GetTickCount() {
+DWORD zel_win32::GetTickCount() {
     timespec now = Now(CLOCK_MONOTONIC);
     std::uint64_t ms = static_cast<std::uint64_t>(now.tv_sec) * 1000 +
                        static_cast<std::uint64_t>(now.tv_nsec) / 1000000;
     return static_cast<DWORD>(ms);  // wraps at 2^32 like the system's count
 }
 
-void GetSystemTimeAsFileTime(LPFILETIME systemTimeAsFileTime) {
+void zel_win32::GetSystemTimeAsFileTime(LPFILETIME systemTimeAsFileTime) {
     if (systemTimeAsFileTime == nullptr) return;
     // The coarse clock, as on Windows (a few milliseconds' resolution): it is
     // several times cheaper, and callers that need milliseconds refine it
@@ -80,7 +80,7 @@ void GetSystemTimeAsFileTime(LPFILETIME systemTimeAsFileTime) {
     systemTimeAsFileTime->dwHighDateTime = static_cast<DWORD>(value >> 32);
 }
 
-void GetSystemTime(LPSYSTEMTIME systemTime) {
+void zel_win32::GetSystemTime(LPSYSTEMTIME systemTime) {
     if (systemTime == nullptr) return;
     timespec now = Now(CLOCK_REALTIME);
     std::tm fields{};
@@ -95,7 +95,7 @@ void GetSystemTime(LPSYSTEMTIME systemTime) {
     systemTime->wMilliseconds = static_cast<WORD>(now.tv_nsec / 1000000);
 }
 
-void GlobalMemoryStatus(LPMEMORYSTATUS buffer) {
+void zel_win32::GlobalMemoryStatus(LPMEMORYSTATUS buffer) {
     if (buffer == nullptr) return;
     struct sysinfo info {};
     sysinfo(&info);

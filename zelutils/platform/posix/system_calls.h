@@ -3,9 +3,13 @@
 // Every call the emulation makes to the operating system goes through these
 // wrappers, which pass one table of function pointers and the fault hooks of
 // fault_injection.h. They behave as the system calls they wrap (result and
-// errno), except that open, read and write retry calls interrupted by a
-// signal, so no caller has to.
+// errno), except that open, read, write, fsync and ftruncate retry calls
+// interrupted by a signal, so no caller has to.
 #pragma once
+
+#ifndef ZEL_PLATFORM_INTERNAL
+#error "private to the platform layer: portable code includes zelutils/platform/win32.h"
+#endif
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -35,5 +39,9 @@ DIR* OpenDirectory(const char* path);
 /// readdir; errno is 0 when null means the end of the folder.
 dirent* ReadDirectory(DIR* directory);
 int CloseDirectory(DIR* directory);
+/// readlink: the link's text (not terminated) and its length, or -1.
+ssize_t ReadLink(const char* path, char* buffer, std::size_t size);
+int ChangeMode(int fd, mode_t mode);
+int ChangeOwner(int fd, uid_t owner, gid_t group);
 
 }  // namespace zel_platform::posix::sys

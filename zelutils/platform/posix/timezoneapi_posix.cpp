@@ -45,7 +45,7 @@ void CivilFromDays(LONGLONG days, int* year, int* month, int* day) {
 
 }  // namespace
 
-BOOL FileTimeToSystemTime(const FILETIME* fileTime, LPSYSTEMTIME systemTime) {
+BOOL zel_win32::FileTimeToSystemTime(const FILETIME* fileTime, LPSYSTEMTIME systemTime) {
     if (fileTime == nullptr || systemTime == nullptr ||
         zel_platform::posix::TicksOf(*fileTime) >= kMaxFileTime) {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -67,7 +67,7 @@ BOOL FileTimeToSystemTime(const FILETIME* fileTime, LPSYSTEMTIME systemTime) {
     return TRUE;
 }
 
-BOOL SystemTimeToFileTime(const SYSTEMTIME* systemTime, LPFILETIME fileTime) {
+BOOL zel_win32::SystemTimeToFileTime(const SYSTEMTIME* systemTime, LPFILETIME fileTime) {
     if (systemTime == nullptr || fileTime == nullptr) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;

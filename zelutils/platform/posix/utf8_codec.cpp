@@ -116,9 +116,11 @@ void NarrowUnitBlock(const char16_t* p, unsigned char* out) {
 bool IsContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
 
 /// Decodes the sequence at in, whose lead byte is not ASCII: stores its code
-/// point, or U+FFFD for a maximal ill-formed subpart, and returns the bytes
-/// consumed. The second-byte ranges exclude overlong forms, surrogates and
-/// code points above 10FFFF, so such sequences break after their lead byte.
+/// point, or U+FFFD for an ill-formed part, and returns the bytes consumed.
+/// A lead byte whose second byte is a continuation byte outside its range
+/// (an overlong form, an encoded surrogate, a code point above 10FFFF) makes
+/// one U+FFFD together with that byte, as Windows decodes it; otherwise each
+/// maximal ill-formed subpart is one U+FFFD.
 std::size_t DecodeSequence(const unsigned char* in, const unsigned char* end, char32_t* codePoint) {
     const unsigned lead = in[0];
     const std::size_t available = static_cast<std::size_t>(end - in);
@@ -140,7 +142,8 @@ std::size_t DecodeSequence(const unsigned char* in, const unsigned char* end, ch
     } else {
         return 1;
     }
-    if (available < 2 || in[1] < low || in[1] > high) return 1;
+    if (available < 2 || !IsContinuation(in[1])) return 1;
+    if (in[1] < low || in[1] > high) return 2;
     if (available < 3 || !IsContinuation(in[2])) return 2;
     if (lead < 0xF0) {
         *codePoint = ((lead & 0x0Fu) << 12) | ((in[1] & 0x3Fu) << 6) | (in[2] & 0x3Fu);

@@ -1,4 +1,5 @@
-// Renaming over renameat2, so "fail if the new name exists" is atomic.
+// Renaming over renameat2, so "fail if the new name exists" is atomic, and
+// copying through read and write.
 #include "zelutils/platform/winbase.h"
 
 #include "zelutils/platform/errhandlingapi.h"
@@ -7,6 +8,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <vector>
 #include <string>
 
 namespace {
@@ -40,7 +42,7 @@ bool SyncFolderOf(const std::string& path) {
 
 }  // namespace
 
-BOOL MoveFileExW(LPCWSTR existingFileName, LPCWSTR newFileName, DWORD flags) {
+BOOL zel_win32::MoveFileExW(LPCWSTR existingFileName, LPCWSTR newFileName, DWORD flags) {
     if (existingFileName == nullptr || newFileName == nullptr ||
         (flags & ~(MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) != 0) {
         return Fail(ERROR_INVALID_PARAMETER);
@@ -70,6 +72,61 @@ BOOL MoveFileExW(LPCWSTR existingFileName, LPCWSTR newFileName, DWORD flags) {
     return TRUE;
 }
 
-BOOL MoveFileW(LPCWSTR existingFileName, LPCWSTR newFileName) {
+BOOL zel_win32::MoveFileW(LPCWSTR existingFileName, LPCWSTR newFileName) {
     return MoveFileExW(existingFileName, newFileName, 0);
+}
+
+namespace {
+
+// Copies everything from one descriptor to the other; false with errno set.
+bool CopyContent(int from, int to) {
+    constexpr std::size_t kBlock = 1 << 16;
+    std::vector<char> block(kBlock);
+    for (;;) {
+        ssize_t got = sys::Read(from, block.data(), kBlock);
+        if (got < 0) return false;
+        if (got == 0) return true;
+        for (ssize_t done = 0; done < got;) {
+            ssize_t put = sys::Write(to, block.data() + done, static_cast<std::size_t>(got - done));
+            if (put < 0) return false;
+            done += put;
+        }
+    }
+}
+
+}  // namespace
+
+BOOL zel_win32::CopyFileW(LPCWSTR existingFileName, LPCWSTR newFileName, BOOL failIfExists) {
+    if (existingFileName == nullptr || newFileName == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    std::string from = ToNativePath(existingFileName);
+    std::string to = ToNativePath(newFileName);
+    int source = sys::Open(from.c_str(), O_RDONLY | O_CLOEXEC, 0);
+    if (source < 0) return Fail(PathError(errno, from));
+    struct statx status {};
+    if (sys::Stat(source, "", AT_EMPTY_PATH, &status) != 0 || S_ISDIR(status.stx_mode)) {
+        DWORD error = S_ISDIR(status.stx_mode) ? ERROR_ACCESS_DENIED : zel_platform::ErrorFromErrno(errno);
+        sys::Close(source);
+        return Fail(error);
+    }
+    int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | (failIfExists ? O_EXCL : 0);
+    int target = sys::Open(to.c_str(), flags, status.stx_mode & 07777);
+    if (target < 0) {
+        DWORD error = errno == EEXIST ? ERROR_FILE_EXISTS : PathError(errno, to);
+        sys::Close(source);
+        return Fail(error);
+    }
+    struct timespec times[2] = {{0, UTIME_OMIT},
+                                {status.stx_mtime.tv_sec, static_cast<long>(status.stx_mtime.tv_nsec)}};
+    bool copied = CopyContent(source, target) && sys::SetTimes(target, times) == 0;
+    int error = copied ? 0 : errno;
+    if (sys::Close(target) != 0 && copied) {
+        copied = false;
+        error = errno;
+    }
+    sys::Close(source);
+    if (!copied) {
+        sys::Unlink(to.c_str());  // no half copy stays under the new name
+        return Fail(zel_platform::ErrorFromErrno(error));
+    }
+    return TRUE;
 }

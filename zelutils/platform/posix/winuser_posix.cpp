@@ -104,8 +104,8 @@ int AskForButton(const zel_platform::MessageBoxButtonSet& buttons, int defaultBu
 }
 }  // namespace
 
-int LoadStringW(HINSTANCE module, UINT id, LPWSTR buffer, int bufferMax) {
-    if (buffer == nullptr) {
+int zel_win32::LoadStringW(HINSTANCE module, UINT id, LPWSTR buffer, int bufferMax) {
+    if (buffer == nullptr || bufferMax < 0) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return 0;
     }
@@ -134,11 +134,11 @@ int LoadStringW(HINSTANCE module, UINT id, LPWSTR buffer, int bufferMax) {
     return copied;
 }
 
-int MessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type) {
+int zel_win32::MessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type) {
     return zel_platform::ShowMessageBox(owner, text, caption, type);
 }
 
-HWND GetActiveWindow() { return nullptr; }
+HWND zel_win32::GetActiveWindow() { return nullptr; }
 
 namespace zel_platform {
 
