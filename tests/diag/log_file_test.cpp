@@ -13,13 +13,20 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <set>
+#include <string_view>
 #include <thread>
 #include <vector>
+
+#ifndef _WIN32
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
 
 using namespace zel_core;
 
@@ -277,3 +284,136 @@ TEST_F(LogTest, AFolderThatCannotBeMadeFallsBackToTheTemporaryFolder) {
         },
         ::testing::ExitedWithCode(0), "");
 }
+
+TEST_F(LogTest, LinesPastTheCapAreCutWithAMarkerWithoutHugeBuffers) {
+    const std::string marker = " [line cut]";
+    EXPECT_EXIT(
+        {
+            UseFolder();
+            logPrintfW(ZW("%*s"), 2147483640, ZW(""));  // the line size passes INT_MAX
+            logPrintf("%*s|", 2147483640, "");
+            logPrintf("%2147483647d%2147483647d", 1, 2);  // past INT_MAX: measured as -1
+            if (zel_platform::kEmulated) {
+                // A gigabyte of zero bytes, each spelled as two characters;
+                // calloc's pages are not touched unless read.
+                void* block = std::calloc(std::size_t{1} << 30, 1);
+                logBytes("rx ", block, block != nullptr ? std::size_t{1} << 30 : 0);
+                std::free(block);
+            }
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
+    std::vector<std::string> lines = Lines(LogOfFirstRun().substr(3));
+    const std::size_t cutLines = zel_platform::kEmulated ? 4 : 3;
+    ASSERT_EQ(lines.size(), cutLines + 2);
+    for (std::size_t i = 1; i <= cutLines; ++i) {
+        std::string body = Body(lines[i]);
+        EXPECT_EQ(body.size(), static_cast<std::size_t>(kLogLineCap) + marker.size()) << i;
+        EXPECT_EQ(body.substr(body.size() - marker.size()), marker) << i;
+    }
+    EXPECT_EQ(Body(lines[1]).substr(0, 4), "    ");
+    if (zel_platform::kEmulated) {
+        EXPECT_EQ(Body(lines[4]).substr(0, 7), "rx \\0\\0");
+    }
+}
+
+TEST_F(LogTest, LinesLoggedWhileTheProcessExitsAreDroppedSafely) {
+    EXPECT_EXIT(
+        {
+            UseFolder();
+            logPrintf("first");
+            for (int t = 0; t < 8; ++t) {
+                std::thread([t] {
+                    for (;;) logPrintf("thread %d still logging", t);
+                }).detach();
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            std::exit(0);  // as fatalErrorBox does, from any thread
+        },
+        ::testing::ExitedWithCode(0), "");
+    std::vector<std::string> lines = Lines(LogOfFirstRun().substr(3));
+    ASSERT_GE(lines.size(), 3u);
+    EXPECT_EQ(Body(lines.back()), "Logging finished") << "nothing is written after the closing line";
+}
+
+TEST_F(LogTest, AFlushIsNeverLostWhileAnotherThreadHoldsTheLock) {
+    EXPECT_EXIT(
+        {
+            UseFolder();
+            std::string path;
+            auto onDisk = [&path](const char* text) { return ReadAll(path).find(text) != std::string::npos; };
+            std::atomic<int> stage{0};
+            bool flushedAtOnce = false;
+            // The debug copy of a line is sent while its thread holds the lock.
+            zel_platform::SetDebugOutputSink([&](LPCWSTR text) {
+                if (std::u16string_view(reinterpret_cast<const char16_t*>(text)).find(u"# hold") ==
+                    std::u16string_view::npos) {
+                    return;
+                }
+                logFlush();  // as a crash path does, on the thread that holds the lock
+                flushedAtOnce = onDisk("before") && onDisk("# hold");
+                logPrintf("inner line");
+                stage = 1;
+                while (stage != 2) std::this_thread::yield();
+            });
+            logPrintf("before");
+            path = zel_text::CZelStringUtf8(logFilePath()).GetString();
+            std::thread holder([] { logPrintf("# hold the lock"); });
+            while (stage != 1) std::this_thread::yield();
+            logFlush();  // the lock is busy: left as a request, without waiting
+            bool notYet = !onDisk("inner line");
+            stage = 2;
+            holder.join();
+            zel_platform::SetDebugOutputSink(nullptr);
+            Finish(flushedAtOnce && notYet && onDisk("inner line"),
+                   "flushed at once on the holding thread, and by the holder for the other thread");
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+#ifndef _WIN32
+TEST_F(LogTest, ForkedChildrenLogWithoutHangingOrRepeatingTheParentsLines) {
+    constexpr int kChildren = 20;
+    EXPECT_EXIT(
+        {
+            UseFolder();
+            logPrintf("parent");
+            std::atomic<bool> stop{false};
+            std::thread busy([&stop] {
+                while (!stop) logPrintf("busy parent thread");
+            });
+            int clean = 0;
+            for (int i = 0; i < kChildren; ++i) {
+                pid_t child = ::fork();
+                if (child == 0) {
+                    ::alarm(10);  // a child that hangs on the log dies of SIGALRM
+                    logPrintf("child %d", i);
+                    std::exit(0);
+                }
+                int status = 0;
+                if (child > 0 && ::waitpid(child, &status, 0) == child && WIFEXITED(status) &&
+                    WEXITSTATUS(status) == 0) {
+                    ++clean;
+                }
+            }
+            stop = true;
+            busy.join();
+            Finish(clean == kChildren, std::to_string(kChildren - clean) + " children failed");
+        },
+        ::testing::ExitedWithCode(0), "");
+    std::string text = LogOfFirstRun();
+    EXPECT_EQ(text.rfind(kBom), 0u) << "one byte-order mark, at the start";
+    std::vector<std::string> lines = Lines(text.substr(3));
+    int starts = 0, finished = 0, children = 0;
+    for (const std::string& line : lines) {
+        ASSERT_TRUE(HasPrefix(line)) << line;
+        starts += Body(line).rfind("Program ", 0) == 0;
+        finished += Body(line) == "Logging finished";
+        children += Body(line).rfind("child ", 0) == 0;
+    }
+    EXPECT_EQ(starts, 1);
+    EXPECT_EQ(finished, 1);
+    EXPECT_EQ(Body(lines.back()), "Logging finished");
+    EXPECT_EQ(children, kChildren);
+}
+#endif

@@ -6,12 +6,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <new>
 #include <cfloat>
 #include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <utility>
 
 using zel_text::FormatBuffer;
 using zel_text::FormatBufferV;
@@ -67,6 +71,25 @@ std::string CLibraryFormat(std::string flags, const std::string& width, std::str
 }
 
 }  // namespace
+
+// The largest block asked of operator new since a test reset it: shows that
+// padding is counted instead of being printed into memory.
+static std::atomic<std::size_t> gLargestAllocation{0};
+
+void* operator new(std::size_t size) {
+    std::size_t seen = gLargestAllocation.load();
+    while (size > seen && !gLargestAllocation.compare_exchange_weak(seen, size)) {
+    }
+    if (void* block = std::malloc(size == 0 ? 1 : size)) return block;
+    throw std::bad_alloc();
+}
+// The replacement pair is malloc and free; GCC cannot see that they match.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wpragmas"
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+void operator delete(void* block) noexcept { std::free(block); }
+void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+#pragma GCC diagnostic pop
 
 // The same format in both widths must give the C library's text.
 #define EXPECT_LIKE_C(format, ...)                                                         \
@@ -166,6 +189,35 @@ TEST(FormatFloats, MatchTheCLibraryForEveryFlagWidthAndPrecision) {
     EXPECT_LIKE_C("%lf %Lf %Le %10.2Lf", 0.1, 0.1L, 12345.678L, -1.005L);
     EXPECT_LIKE_C("%3.1lf|%.12lf|%.6f", 0.25, 1.5, 1e300);  // 1e300 outgrows the local buffer
     EXPECT_LIKE_C("%.300f|%400.2e", 1.0 / 3.0, 2.5);
+}
+
+TEST(FormatFloats, HugeWidthsAndPrecisionsAreCountedNotAllocated) {
+    gLargestAllocation = 0;
+    char buffer[16];
+    EXPECT_EQ(FormatBuffer(buffer, sizeof buffer, "%2147483000f", 1.0), -1);
+    EXPECT_EQ(std::string(buffer, sizeof buffer), std::string(16, ' '));
+    EXPECT_EQ(Measure("%2147483000f", 1.0), 2147483000);
+    EXPECT_EQ(Measure(ZW("%-2147483000e|"), -1.0), 2147483001);
+    EXPECT_EQ(Measure("%.2147483000f", 0.5), 2147483002);
+    EXPECT_EQ(Measure("%2147483000f%2147483000f", 1.0, 1.0), -1) << "past INT_MAX";
+    EXPECT_LT(gLargestAllocation.load(), 1u << 20);
+    // Zeros past every exact digit sit where the C library puts them.
+    const std::pair<const char*, double> cases[] = {
+        {"%.20005f|", 1.0 / 3.0}, {"%#.20003e|", -2.5},  {"%.20002A|", 1.5},
+        {"%#.20004g|", 0.1},      {"%.20004g|", 0.1},    {"%-+20010.20003e|", 7.0},
+        {"%020008.20001f", -1.0}, {"%20008.20001f", NAN}, {"%.20003f", HUGE_VAL},
+    };
+    for (const auto& [format, value] : cases) {
+        int n = std::snprintf(nullptr, 0, format, value);
+        std::string expected(static_cast<size_t>(n) + 1, '\0');
+        std::snprintf(&expected[0], expected.size(), format, value);
+        std::string narrow(expected.size(), '\0');
+        EXPECT_EQ(FormatBuffer(&narrow[0], narrow.size(), format, value), n) << format;
+        EXPECT_EQ(narrow, expected) << format;
+        WString wide(expected.size(), 0);
+        EXPECT_EQ(FormatBuffer(&wide[0], wide.size(), Widen(format).c_str(), value), n) << format;
+        EXPECT_EQ(wide, Widen(expected)) << format;
+    }
 }
 
 TEST(FormatText, NarrowFormatTakesNarrowSAndWideCapitalS) {

@@ -58,6 +58,11 @@ TEST(DoubleFormatters, PrintNoValueAsEmpty) {
         EXPECT_TRUE(FormatWithPrecision(kNoValueDouble, digits).IsEmpty()) << digits;
     }
     EXPECT_TRUE(FormatWithoutTrailingZeros(kNoValueDouble).IsEmpty());
+    // Nor may an angle beyond what "%2d" holds reach an int conversion.
+    for (double angle : {kNoValueDouble, -kNoValueDouble, 2147483648.0, -2147483649.0, HUGE_VAL, double(NAN)}) {
+        EXPECT_TRUE(FormatDegreesMinutesSeconds(angle).IsEmpty()) << angle;
+    }
+    EXPECT_EQ(Text(FormatDegreesMinutesSeconds(-2147483647.0)), Text(ZW("-2147483647: 0:0.000")));
     EXPECT_FALSE(FormatWithoutTrailingZeros(-kNoValueDouble).IsEmpty());
 }
 

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <climits>
 #include <cstdarg>
 #include <cstring>
 #include <functional>
@@ -181,6 +182,7 @@ TEST(StringClamping, IndicesOutOfRangeAreClampedOrGiveNothing) {
     EXPECT_TRUE(s.Mid(6).IsEmpty());
     EXPECT_TRUE(s.Mid(7, 1).IsEmpty());
     EXPECT_EQ(W(s.Mid(1, 2147483647)), ZW("bcdef")) << "no overflow in first + count";
+    EXPECT_EQ(W(s.Mid(INT_MIN)), ZW("abcdef")) << "no overflow in length - first";
 }
 
 TEST(StringEditing, InsertClampsTheIndexAndReturnsTheNewLength) {
@@ -333,6 +335,25 @@ TEST(StringBuffer, ReleaseBufferMeasuresOrTakesTheGivenLength) {
     std::memset(unterminated.GetBuffer(4), 'x', 5);
     unterminated.ReleaseBuffer();
     EXPECT_EQ(A(unterminated), "xxxx") << "the measured length stops at the capacity";
+}
+
+TEST(StringBuffer, SizesNoStringCanHoldThrowBadAllocAndLeaveTheTextAlone) {
+    CZelStringW owned(ZW("abc"));
+    CZelStringW shared(owned);
+    CZelStringW empty;
+    const std::function<void()> refused[] = {
+        [&] { owned.GetBuffer(-1); },
+        [&] { owned.GetBufferSetLength(-5); },
+        [&] { shared.GetBuffer(INT_MIN); },  // the copy-before-write path
+        [&] { empty.GetBuffer(-2); },        // would hand out the shared empty buffer
+        [&] { empty.GetBufferSetLength(-1); },
+        [&] { owned.Append(ZW("x"), INT_MAX); },
+    };
+    for (const auto& call : refused) EXPECT_THROW(call(), zel_text::bad_alloc);
+    EXPECT_EQ(W(owned), ZW("abc"));
+    EXPECT_EQ(W(shared), ZW("abc"));
+    EXPECT_EQ(RefsOf(owned), 2);
+    EXPECT_TRUE(empty.IsEmpty());
 }
 
 namespace {

@@ -10,8 +10,10 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
+#include <cstring>
 #include <memory>
+#include <new>
+#include <string>
 
 namespace zel_core {
 namespace {
@@ -147,12 +149,7 @@ zel_text::CZelStringW StemOf(const zel_text::CZelStringW& path) {
 
 zel_text::CZelStringW ChooseLogFolder() {
     zel_text::CZelStringW folder = zel::folders::GetDataFolder();
-    std::error_code error;
-    std::filesystem::path native = zel_platform::FileSystemPath(folder.GetString());
-    if (!folder.IsEmpty() && !std::filesystem::is_directory(native, error)) {
-        std::filesystem::create_directories(native, error);
-    }
-    if (!folder.IsEmpty() && std::filesystem::is_directory(native, error)) return folder;
+    if (!folder.IsEmpty() && zel_fs::CreateFolderPath(folder)) return folder;
     WCHAR temp[MAX_PATH + 1] = {};
     DWORD length = GetTempPathW(MAX_PATH, temp);
     zel_text::CZelStringW fallback(temp, static_cast<int>(std::min<DWORD>(length, MAX_PATH)));
@@ -163,12 +160,28 @@ zel_text::CZelStringW ChooseLogFolder() {
     return fallback;
 }
 
+// Ends a line whose text passed the cap.
+constexpr WCHAR kCutMarker[] = ZW(" [line cut]");
+constexpr int kCutMarkerLength = static_cast<int>(sizeof kCutMarker / sizeof kCutMarker[0]) - 1;
+// Room behind a line's text: the cut marker and CR LF.
+constexpr int kLineTail = kCutMarkerLength + 2;
+
+// The log the fork handlers serve; set once, when it is made.
+std::atomic<LogFile*> gForkLog{nullptr};
+
 }  // namespace
 
-// Made and opened on first use; destroyed by the process's exit handlers
-// (or when the library unloads), which writes the closing line.
+union LogFile::Immortal {
+    Immortal() : log() {}
+    ~Immortal() {}
+    LogFile log;
+};
+
+// Makes and opens the process's log on first use. The log itself is never
+// freed: a thread may still be logging while the exit handlers run, so the
+// holder's destructor only closes it.
 struct LogFileHolder {
-    LogFileHolder() : log(new LogFile) {
+    LogFileHolder() : log(&storage.log) {
         zel_settings::SequenceCounter counter;
         counter.folder = ChooseLogFolder();
         counter.baseName = StemOf(zel::folders::GetProgramFilePath());
@@ -176,12 +189,16 @@ struct LogFileHolder {
         counter.extension = ZW(".log.txt");
         counter.limit = kLogFileCount;
         if (log->open(zel_settings::NextSequenceFileName(counter))) log->WriteStartLine();
+        gForkLog.store(log);
+        zel_platform::RegisterForkHandlers(LogFile::LockBeforeFork, LogFile::UnlockInParent,
+                                           LogFile::StartAfreshInChild);
     }
     ~LogFileHolder() {
         gShutDown.store(true);
-        log.reset();
+        log->shutDown();
     }
-    std::unique_ptr<LogFile> log;
+    LogFile::Immortal storage;
+    LogFile* const log;
 };
 
 namespace {
@@ -189,7 +206,7 @@ namespace {
 LogFile* LiveLog() {
     if (gShutDown.load(std::memory_order_relaxed)) return nullptr;
     static LogFileHolder holder;
-    return holder.log.get();
+    return holder.log;
 }
 }  // namespace
 
@@ -197,19 +214,74 @@ LogFile::LogFile() : buffer_(64 * 1024), narrowScratch_(1024) {}
 
 LogFile& LogFile::instance() {
     if (LogFile* log = LiveLog()) return *log;
-    // Asked for during shutdown: a closed log that drops every line.
-    static LogFile closed;
-    return closed;
+    // Asked for during shutdown: a closed log that drops every line, never
+    // freed for the same reason as the live one.
+    static Immortal* const closed = [] {
+        static Immortal storage;
+        storage.log.closed_ = true;
+        return &storage;
+    }();
+    return closed->log;
 }
 
-LogFile::~LogFile() {
-    writeLine(kLogLevelNormal, ZW("Logging finished"));
+LogFile::~LogFile() { shutDown(); }
+
+void LogFile::shutDown() {
+    Lock lock(*this);
+    if (closed_) return;
+    if (writesClosingLine_) writeLine(kLogLevelNormal, ZW("Logging finished"));
+    closed_ = true;
     flushBuffer();
     zel_fs::file_close_reset(handle_);
+    isOpen_ = false;
+}
+
+void LogFile::Unlock() {
+    // A flush requested while this thread held the lock is carried out
+    // before the lock goes; a request that arrives after the check finds the
+    // lock free, or is seen here again, so none is lost.
+    for (;;) {
+        if (flushRequested_.exchange(false)) FlushNow();
+        lock_.unlock();
+        if (!flushRequested_.load() || !lock_.try_lock()) return;
+    }
+}
+
+void LogFile::FlushNow() {
+    if (!isOpen_) return;
+    flushBuffer();
+    zel_fs::file_flush(handle_);
+}
+
+void LogFile::LockBeforeFork() {
+    LogFile* log = gForkLog.load();
+    if (log == nullptr) return;
+    log->lock_.lock();
+    // The parent's buffered lines reach the file before the child can write
+    // its own: the two share the file offset, and a child that wrote first
+    // would land its lines in front of the byte-order mark.
+    if (log->isOpen_) log->flushBuffer();
+}
+
+void LogFile::UnlockInParent() {
+    if (LogFile* log = gForkLog.load()) log->Unlock();
+}
+
+void LogFile::StartAfreshInChild() {
+    LogFile* log = gForkLog.load();
+    if (log == nullptr) return;
+    // The lock belongs to a thread of the parent: the child makes a new one.
+    // The buffered lines are the parent's to write, and so is the closing
+    // line; the child's own lines go to the same file.
+    new (&log->lock_) std::recursive_mutex();
+    log->flushRequested_.store(false);
+    log->bufferUsed_ = 0;
+    log->writesClosingLine_ = false;
 }
 
 bool LogFile::open(const zel_text::CZelStringW& path) {
-    std::lock_guard<std::recursive_timed_mutex> guard(lock_);
+    Lock lock(*this);
+    if (closed_) return false;
     bool created = false;
     int error = 0;
     // Lines still buffered belong to the file they were written for.
@@ -229,7 +301,7 @@ bool LogFile::open(const zel_text::CZelStringW& path) {
 }
 
 void LogFile::WriteStartLine() {
-    std::lock_guard<std::recursive_timed_mutex> guard(lock_);
+    Lock lock(*this);
     LogTime now = TheClock().Now(zel_platform::TickCount());
     zel_text::CZelStringW line;
     line.Format(ZW("Program %ls started on %d/%02d/%02d %02d:%02d:%02d.%03d UTC"),
@@ -246,8 +318,12 @@ int LogFile::BeginLine() {
     return kPrefixLength;
 }
 
-void LogFile::EndLine(DWORD level, int length) {
-    WCHAR* line = lineText_.GetBuffer(length + 2);
+void LogFile::EndLine(DWORD level, int length, bool cut) {
+    WCHAR* line = lineText_.GetBuffer(length + kLineTail);
+    if (cut) {
+        std::copy(kCutMarker, kCutMarker + kCutMarkerLength, line + length);
+        length += kCutMarkerLength;
+    }
     line[length++] = ZW('\r');
     line[length++] = ZW('\n');
     lineText_.ReleaseBuffer(length);
@@ -279,13 +355,19 @@ void LogFile::SendToDebugger(const WCHAR* line, int length) {
 
 void LogFile::write(DWORD level, const WCHAR* text, int length) {
     if ((levelMask_ & level) == 0) return;
-    std::lock_guard<std::recursive_timed_mutex> guard(lock_);
+    Lock lock(*this);
+    WriteLocked(level, text, length);
+}
+
+void LogFile::WriteLocked(DWORD level, const WCHAR* text, long long length) {
+    if (closed_) return;
     int prefix = BeginLine();
-    length = std::max(length, 0);
-    WCHAR* line = lineText_.GetBuffer(prefix + length + 2);
-    std::copy(text, text + length, line + prefix);
-    lineText_.ReleaseBuffer(prefix + length);
-    EndLine(level, prefix + length);
+    bool cut = length > kLogLineCap;
+    int kept = static_cast<int>(std::clamp<long long>(length, 0, kLogLineCap));
+    WCHAR* line = lineText_.GetBuffer(prefix + kept + kLineTail);
+    std::copy(text, text + kept, line + prefix);
+    lineText_.ReleaseBuffer(prefix + kept);
+    EndLine(level, prefix + kept, cut);
 }
 
 void LogFile::writeLine(DWORD level, const WCHAR* text) {
@@ -294,73 +376,96 @@ void LogFile::writeLine(DWORD level, const WCHAR* text) {
 
 void LogFile::writeNarrow(DWORD level, const char* text) {
     if ((levelMask_ & level) == 0) return;
-    std::lock_guard<std::recursive_timed_mutex> guard(lock_);
+    Lock lock(*this);
     WriteNarrowLine(level, text, zel_text::SafeStringLength(text));
 }
 
-void LogFile::WriteNarrowLine(DWORD level, const char* text, int length) {
+void LogFile::WriteNarrowLine(DWORD level, const char* text, long long length) {
+    if (closed_) return;
     // Converted with code page 0 straight behind the prefix; a unit per byte
     // is always room enough.
     int prefix = BeginLine();
-    int wideLength = length <= 0 ? 0
-                                 : MultiByteToWideChar(CP_ACP, 0, text, length,
-                                                       lineText_.GetBuffer(prefix + length + 2) + prefix, length);
+    bool cut = length > kLogLineCap;
+    int kept = static_cast<int>(std::clamp<long long>(length, 0, kLogLineCap));
+    int wideLength = kept == 0 ? 0
+                               : MultiByteToWideChar(CP_ACP, 0, text, kept,
+                                                     lineText_.GetBuffer(prefix + kept + kLineTail) + prefix, kept);
     wideLength = std::max(wideLength, 0);
     lineText_.ReleaseBuffer(prefix + wideLength);
-    EndLine(level, prefix + wideLength);
+    EndLine(level, prefix + wideLength, cut);
 }
+
+namespace {
+// The length of a formatted text that FormatBufferV cut at capacity, or
+// ended within it: text past the cap counts as capacity + 1, a refused
+// format (which leaves an empty text) as 0.
+template <typename T>
+long long FormattedLengthWithin(const T* buffer, int capacity) {
+    const T* end = std::char_traits<T>::find(buffer, static_cast<std::size_t>(capacity), T());
+    return end != nullptr ? end - buffer : capacity + 1LL;
+}
+}  // namespace
 
 void LogFile::printfW(DWORD level, const WCHAR* format, va_list args) {
     if ((levelMask_ & level) == 0) return;
-    std::lock_guard<std::recursive_timed_mutex> guard(lock_);
+    Lock lock(*this);
+    if (closed_) return;
     int prefix = BeginLine();
     // Formats straight behind the prefix; a text that does not fit the room
-    // is measured and formatted again.
-    int room = lineText_.GetAllocLength() - prefix - 2;
+    // is measured and formatted again, at most up to the cap.
+    int room = lineText_.GetAllocLength() - prefix - kLineTail;
     va_list attempt;
     va_copy(attempt, args);
-    int length = zel_text::FormatBufferV(lineText_.GetBuffer(prefix + room + 2) + prefix,
-                                         static_cast<std::size_t>(room), format, attempt);
+    long long length = zel_text::FormatBufferV(lineText_.GetBuffer(prefix + room + kLineTail) + prefix,
+                                               static_cast<std::size_t>(room), format, attempt);
     va_end(attempt);
     if (length < 0) {
         lineText_.ReleaseBuffer(prefix);
         va_copy(attempt, args);
-        length = std::max(zel_text::FormattedLengthV(format, attempt), 0);
+        int measured = zel_text::FormattedLengthV(format, attempt);
         va_end(attempt);
+        // -1 is a refused format or a text past INT_MAX: formatting it
+        // within the cap tells which.
+        int capacity = measured < 0 ? kLogLineCap : std::min(measured + 1, kLogLineCap);
+        WCHAR* text = lineText_.GetBuffer(prefix + capacity + kLineTail) + prefix;
         va_copy(attempt, args);
-        zel_text::FormatBufferV(lineText_.GetBuffer(prefix + length + 3) + prefix,
-                                static_cast<std::size_t>(length) + 1, format, attempt);
+        length = zel_text::FormatBufferV(text, static_cast<std::size_t>(capacity), format, attempt);
         va_end(attempt);
+        if (length < 0) length = FormattedLengthWithin(text, capacity);
     }
-    lineText_.ReleaseBuffer(prefix + length);
-    EndLine(level, prefix + length);
+    bool cut = length > kLogLineCap;
+    int kept = static_cast<int>(std::min<long long>(length, kLogLineCap));
+    lineText_.ReleaseBuffer(prefix + kept);
+    EndLine(level, prefix + kept, cut);
 }
 
 void LogFile::printf(DWORD level, const char* format, va_list args) {
     if ((levelMask_ & level) == 0) return;
-    std::lock_guard<std::recursive_timed_mutex> guard(lock_);
+    Lock lock(*this);
     // Formats into the scratch text; one that does not fit is measured and
-    // formatted again.
+    // formatted again, at most up to the cap.
     va_list attempt;
     va_copy(attempt, args);
-    int length = zel_text::FormatBufferV(narrowScratch_.data(), narrowScratch_.size(), format, attempt);
+    long long length = zel_text::FormatBufferV(narrowScratch_.data(), narrowScratch_.size(), format, attempt);
     va_end(attempt);
     if (length < 0) {
         va_copy(attempt, args);
-        length = std::max(zel_text::FormattedLengthV(format, attempt), 0);
+        int measured = zel_text::FormattedLengthV(format, attempt);
         va_end(attempt);
-        if (narrowScratch_.size() <= static_cast<std::size_t>(length)) {
-            narrowScratch_.resize(static_cast<std::size_t>(length) + 1);
+        int capacity = measured < 0 ? kLogLineCap : std::min(measured + 1, kLogLineCap);
+        if (narrowScratch_.size() < static_cast<std::size_t>(capacity)) {
+            narrowScratch_.resize(static_cast<std::size_t>(capacity));
         }
         va_copy(attempt, args);
-        zel_text::FormatBufferV(narrowScratch_.data(), narrowScratch_.size(), format, attempt);
+        length = zel_text::FormatBufferV(narrowScratch_.data(), static_cast<std::size_t>(capacity), format, attempt);
         va_end(attempt);
+        if (length < 0) length = FormattedLengthWithin(narrowScratch_.data(), capacity);
     }
     WriteNarrowLine(level, narrowScratch_.data(), length);
 }
 
 void LogFile::flushBuffer() {
-    std::lock_guard<std::recursive_timed_mutex> guard(lock_);
+    Lock lock(*this);
     if (bufferUsed_ == 0) return;
     if (handle_ != INVALID_HANDLE_VALUE) {
         zel_fs::file_write(handle_, buffer_.data(), static_cast<std::uint32_t>(bufferUsed_));
@@ -369,14 +474,13 @@ void LogFile::flushBuffer() {
 }
 
 void LogFile::flush() {
-    std::unique_lock<std::recursive_timed_mutex> guard(lock_, std::chrono::milliseconds(200));
-    if (!guard.owns_lock() || !isOpen_) return;
-    flushBuffer();
-    zel_fs::file_flush(handle_);
+    flushRequested_.store(true);
+    // Busy: the holder flushes before it lets the lock go (see Unlock).
+    if (lock_.try_lock()) Unlock();
 }
 
 zel_text::CZelStringW LogFile::filePath() {
-    std::lock_guard<std::recursive_timed_mutex> guard(lock_);
+    Lock lock(*this);
     return isOpen_ ? path_ : zel_text::CZelStringW();
 }
 
@@ -441,13 +545,18 @@ void logPrintfCat(unsigned category, const char* format, ...) {
 void logBytes(const char* prefix, const void* data, std::size_t count) {
     LogFile* log = LiveLog();
     if (log == nullptr) return;
-    zel_text::CZelStringW line;
-    int prefixLength = zel_text::SafeStringLength(prefix);
+    // Built up to the cap, so that a block of gigabytes costs one line's
+    // worth of memory; write() then cuts it with the marker.
     const auto* bytes = static_cast<const unsigned char*>(data);
-    std::size_t zeros = static_cast<std::size_t>(std::count(bytes, bytes + count, 0));
-    WCHAR* out = line.GetBuffer(prefixLength + static_cast<int>(count + zeros));
-    for (int i = 0; i < prefixLength; ++i) *out++ = static_cast<unsigned char>(prefix[i]);
-    for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t prefixLength = std::strlen(prefix == nullptr ? "" : prefix);
+    const std::size_t limit = static_cast<std::size_t>(kLogLineCap) + 1;
+    zel_text::CZelStringW line;
+    WCHAR* const first = line.GetBuffer(static_cast<int>(limit + 1));
+    WCHAR* out = first;
+    for (std::size_t i = 0; i < prefixLength && static_cast<std::size_t>(out - first) < limit; ++i) {
+        *out++ = static_cast<unsigned char>(prefix[i]);
+    }
+    for (std::size_t i = 0; i < count && static_cast<std::size_t>(out - first) < limit; ++i) {
         if (bytes[i] == 0) {
             *out++ = ZW('\\');
             *out++ = ZW('0');
@@ -455,7 +564,7 @@ void logBytes(const char* prefix, const void* data, std::size_t count) {
             *out++ = bytes[i];
         }
     }
-    line.ReleaseBuffer(prefixLength + static_cast<int>(count + zeros));
+    line.ReleaseBuffer(static_cast<int>(out - first));
     log->write(kLogLevelNormal, line.GetString(), line.GetLength());
 }
 

@@ -9,7 +9,16 @@
 /// in turn across runs; the last line of each is "Logging finished".
 ///
 /// Logging never fails its caller: a file that cannot be created turns
-/// logging off for the process, a failed write loses the buffered bytes.
+/// logging off for the process, a failed write loses the buffered bytes. A
+/// line longer than kLogLineCap characters of text is cut there and ends
+/// with the marker " [line cut]", so that no call can make the log allocate
+/// gigabytes.
+///
+/// Lifetime: the log is made on first use and never freed. When the process
+/// exits (or the library unloads) it writes "Logging finished" and closes its
+/// file; lines logged after that, from any thread, are dropped. A forked
+/// child keeps logging to the same file without writing the parent's
+/// buffered lines a second time, and leaves the closing line to the parent.
 ///
 /// Levels: 7 is the normal level; 6 (the "low" level) is accepted by the
 /// interface but dropped, because the level mask is fixed at 1 (kept so that
@@ -21,6 +30,7 @@
 #include "zelutils/text/zel_string.h"
 #include "zelutils/zel_api.h"
 
+#include <atomic>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
@@ -37,6 +47,9 @@ enum LogLevel : DWORD {
     kLogLevelDebuggerBit = 4,
 };
 
+/// Characters of text one log line keeps (1 MiB); longer text is cut.
+constexpr int kLogLineCap = 1 << 20;
+
 /// The process-wide log file. Reached through instance(); every line is
 /// built and buffered under a recursive lock, so lines never interleave and
 /// a thread may log while it already holds the lock.
@@ -47,7 +60,7 @@ public:
 
     LogFile(const LogFile&) = delete;
     LogFile& operator=(const LogFile&) = delete;
-    /// Writes "Logging finished", writes the buffer out and closes the file.
+    /// Closes the log as shutDown() does.
     ~LogFile();
 
     /// Writes one line of length wide characters at level.
@@ -66,28 +79,64 @@ public:
     /// Writes the buffered bytes to the file with one write and empties the
     /// buffer, whatever the write's result.
     void flushBuffer();
-    /// Writes the buffer out and asks the platform to flush the file. Waits
-    /// at most 200 ms for the lock, so a crash handler may call it; when
-    /// another thread keeps the lock that long, nothing is done.
+    /// Writes the buffer out and asks the platform to flush the file. Never
+    /// waits for the lock: when another thread holds it, the flush is left
+    /// as a request that the holder carries out before it lets the lock go.
+    /// On the thread that holds the lock (a crash path) it flushes at once.
     void flush();
+    /// Writes "Logging finished" (unless this is a forked child of the
+    /// process that opened the file), writes the buffer out and closes the
+    /// file; every later line is dropped.
+    void shutDown();
     /// The path of the file being written; empty while none is open.
     zel_text::CZelStringW filePath();
 
 private:
+    /// Holds the log's lock; letting it go first carries out a flush that
+    /// another thread requested meanwhile.
+    class Lock {
+    public:
+        explicit Lock(LogFile& log) : log_(log) { log_.lock_.lock(); }
+        ~Lock() { log_.Unlock(); }
+        Lock(const Lock&) = delete;
+        Lock& operator=(const Lock&) = delete;
+
+    private:
+        LogFile& log_;
+    };
+
+    // Static storage for a log whose destructor never runs: the log must
+    // outlive every thread that may still be logging while the process ends.
+    union Immortal;
+
     LogFile();
+    void Unlock();
+    // Writes the buffer and flushes the file; the lock is held.
+    void FlushNow();
+    // Copies length characters of text behind the prefix, cut at the cap.
+    void WriteLocked(DWORD level, const WCHAR* text, long long length);
+    // The fork handlers of the live log (see RegisterForkHandlers).
+    static void LockBeforeFork();
+    static void UnlockInParent();
+    static void StartAfreshInChild();
     // Builds the line prefix for now into lineText_ and returns its length.
     int BeginLine();
-    // Appends "\r\n", buffers the line and copies it to the debugger output.
-    void EndLine(DWORD level, int length);
+    // Appends the cut marker when cut, then "\r\n"; buffers the line and
+    // copies it to the debugger output.
+    void EndLine(DWORD level, int length, bool cut = false);
     void SendToDebugger(const WCHAR* line, int length);
-    // Writes length bytes of code-page-0 text as one line; the lock is held.
-    void WriteNarrowLine(DWORD level, const char* text, int length);
+    // Writes length bytes of code-page-0 text as one line, cut at the cap;
+    // the lock is held.
+    void WriteNarrowLine(DWORD level, const char* text, long long length);
     void WriteStartLine();
     friend struct LogFileHolder;
 
     HANDLE handle_ = INVALID_HANDLE_VALUE;
     zel_text::CZelStringW path_;
-    std::recursive_timed_mutex lock_;
+    std::recursive_mutex lock_;
+    std::atomic<bool> flushRequested_{false};
+    bool closed_ = false;
+    bool writesClosingLine_ = true;
     zel_text::CZelStringW lineText_;
     DWORD openTick_ = 0;
     DWORD previousLineTick_ = 0;

@@ -84,6 +84,9 @@ CZelStringW FormatInt64(std::int64_t value) {
 }
 
 CZelStringW FormatDegreesMinutesSeconds(double degrees) {
+    // Whole degrees are printed as an int: only angles whose degrees fit one
+    // may reach the conversion (false for NaN too).
+    if (IsNoValue(degrees) || !(std::fabs(degrees) < 2147483648.0)) return CZelStringW();
     double whole = std::trunc(degrees);
     double fraction = degrees - whole;
     int minutes = static_cast<int>(fraction * 60);

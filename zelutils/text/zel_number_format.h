@@ -41,7 +41,8 @@ ZEL_API CZelStringW FormatInt64(std::int64_t value);
 
 /// An angle in decimal degrees as "%2d:%2d:%5.3f" degrees, minutes and
 /// seconds (blank-padded); a negative angle gives negative minutes and
-/// seconds as well.
+/// seconds as well. Empty for the no-value double and for an angle the
+/// format cannot hold (NaN, infinite, whole degrees beyond an int).
 ZEL_API CZelStringW FormatDegreesMinutesSeconds(double degrees);
 
 /// Integer parsers: false and 0 for a null or empty text or when the text

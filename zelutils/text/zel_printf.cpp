@@ -6,6 +6,7 @@
 #include "zelutils/platform/stringapiset.h"
 
 #include <climits>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -444,35 +445,74 @@ bool PutCharOrString(Sink<T>& out, const FormatSpec& spec, ArgList& args) {
     return PutText(out, spec, &c, 1);
 }
 
-// Floating point: the C library prints the digits with a rebuilt
-// specification, so rounding is exactly its own.
+// Digits a precision can ask for beyond every digit of a long double's exact
+// decimal expansion (at most about 16500): the rest can only be zeros.
+constexpr int kMostExactDigits = 20000;
+
+// Floating point: the C library prints sign, digits and exponent with a
+// rebuilt specification, so rounding is exactly its own. Width padding and
+// the zeros of a precision past every exact digit are counted into the sink
+// here instead of being printed, so "%2147483000f" costs no memory and its
+// measure is exact.
 template <typename T, typename V>
 bool PutFloatValue(Sink<T>& out, const FormatSpec& spec, V value) {
     char format[16];
     char* f = format;
     *f++ = '%';
-    if (spec.left) *f++ = '-';
     if (spec.plus) *f++ = '+';
     if (spec.space) *f++ = ' ';
     if (spec.alternate) *f++ = '#';
-    if (spec.zero) *f++ = '0';
-    *f++ = '*';
     *f++ = '.';
     *f++ = '*';
     if (std::is_same_v<V, long double>) *f++ = kCapitalL;
     *f++ = spec.conversion;
     *f = 0;
 
-    char local[128];
-    int n = std::snprintf(local, sizeof local, format, spec.width, spec.precision, value);
-    if (n < 0) return false;
-    if (static_cast<size_t>(n) < sizeof local) {
-        out.PutAscii(local, static_cast<size_t>(n));
-        return true;
+    const bool finite = std::isfinite(value);
+    const char conversion = static_cast<char>(spec.conversion | 0x20);  // lower case
+    int precision = spec.precision;
+    size_t trailingZeros = 0;
+    if (precision > kMostExactDigits) {
+        // %g without '#' drops trailing zeros anyway.
+        if (finite && (conversion != 'g' || spec.alternate)) {
+            trailingZeros = static_cast<size_t>(precision - kMostExactDigits);
+        }
+        precision = kMostExactDigits;
     }
-    std::vector<char> large(static_cast<size_t>(n) + 1);
-    if (std::snprintf(large.data(), large.size(), format, spec.width, spec.precision, value) != n) return false;
-    out.PutAscii(large.data(), static_cast<size_t>(n));
+
+    char local[128];
+    std::vector<char> large;
+    const char* text = local;
+    int n = std::snprintf(local, sizeof local, format, precision, value);
+    if (n < 0) return false;
+    if (static_cast<size_t>(n) >= sizeof local) {
+        large.resize(static_cast<size_t>(n) + 1);
+        if (std::snprintf(large.data(), large.size(), format, precision, value) != n) return false;
+        text = large.data();
+    }
+    const auto length = static_cast<size_t>(n);
+
+    // Zero padding goes behind the sign and a hexadecimal prefix; the zeros
+    // of a long precision go in front of the exponent.
+    size_t signLength = length > 0 && (text[0] == '-' || text[0] == '+' || text[0] == ' ') ? 1 : 0;
+    if (conversion == 'a' && length >= signLength + 2 && text[signLength] == '0') signLength += 2;
+    size_t exponent = length;
+    if (trailingZeros != 0) {
+        const char* mark = std::strpbrk(text + signLength, conversion == 'a' ? "pP" : "eE");
+        if (mark != nullptr) exponent = static_cast<size_t>(mark - text);
+    }
+
+    const size_t total = length + trailingZeros;
+    const auto width = static_cast<size_t>(spec.width);
+    const size_t padding = width > total ? width - total : 0;
+    const bool zeroPadded = spec.zero && !spec.left && finite;
+    if (!spec.left && !zeroPadded) out.Fill(' ', padding);
+    out.PutAscii(text, signLength);
+    if (zeroPadded) out.Fill('0', padding);
+    out.PutAscii(text + signLength, exponent - signLength);
+    out.Fill('0', trailingZeros);
+    out.PutAscii(text + exponent, length - exponent);
+    if (spec.left) out.Fill(' ', padding);
     return true;
 }
 

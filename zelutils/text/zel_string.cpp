@@ -25,17 +25,29 @@ EmptyStringBuffer g_emptyStringBuffer = {{-1, 0, 0}, {0}};
 namespace {
 
 // No string member can report a failed allocation and the callers were never
-// written to expect one, so running out of memory (or past the 32-bit length)
-// ends the process.
+// written to expect one, so running out of memory ends the process.
 [[noreturn]] void FailStringAllocation() {
     std::fputs("zelutils: out of memory for a string buffer\n", stderr);
     std::abort();
 }
 
-// a + b as a string length, or the end of the process when it does not fit.
+// Every BSTR failure throws a copy of one object made on first use.
+[[noreturn]] void ThrowBadAlloc() {
+    static const bad_alloc instance;
+    throw instance;
+}
+
+// A size no string can hold (negative, or a length past INT_MAX) is refused
+// with the class's bad alloc: a buffer smaller than the caller asked for
+// would be written past.
+void CheckSize(long long size) {
+    if (size < 0 || size > INT_MAX) ThrowBadAlloc();
+}
+
+// a + b as a string length; bad alloc when it does not fit.
 int AddLengths(int a, long long b) {
     long long sum = a + b;
-    if (sum > INT_MAX) FailStringAllocation();
+    CheckSize(sum);
     return static_cast<int>(sum);
 }
 
@@ -84,12 +96,6 @@ auto Is(T wanted) {
     return [wanted](T ch) { return ch == wanted; };
 }
 
-// Every BSTR failure throws a copy of one object made on first use.
-[[noreturn]] void ThrowBadAlloc() {
-    static const bad_alloc instance;
-    throw instance;
-}
-
 }  // namespace
 
 const char* bad_alloc::what() const noexcept { return "bad alloc"; }
@@ -127,7 +133,10 @@ void CZelStringT<T>::SetLength(int length) noexcept {
 // a terminator behind them. The old buffer is left to the caller.
 template <typename T>
 void CZelStringT<T>::AttachNew(int capacity, int length) {
-    if (capacity <= 0) {
+    CheckSize(capacity);
+    CheckSize(length);
+    if (length > capacity) ThrowBadAlloc();
+    if (capacity == 0) {
         m_pchData = EmptyText();
         return;
     }
@@ -146,6 +155,7 @@ void CZelStringT<T>::AttachNew(int capacity, int length) {
 // reallocated to exactly minCapacity when short, keeping its state.
 template <typename T>
 void CZelStringT<T>::MakeWritable(int minCapacity) {
+    CheckSize(minCapacity);
     if (IsSharedEmpty()) {
         AttachNew(minCapacity, 0);
         return;
@@ -194,7 +204,6 @@ void CZelStringT<T>::ReleaseBuffer(int newLength) {
 
 template <typename T>
 T* CZelStringT<T>::GetBufferSetLength(int length) {
-    length = std::max(length, 0);
     MakeWritable(length);
     SetLength(length);
     return m_pchData;

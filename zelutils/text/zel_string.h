@@ -15,11 +15,12 @@
 /// off a private copy. Different strings sharing a buffer may live in
 /// different threads; one string object is not safe for concurrent use.
 ///
-/// Failures: members never throw and never report errors. Indices out of
-/// range are clamped or give 0, -1 or an empty result, as each member says.
-/// Running out of memory inside a member ends the process with a message on
-/// stderr, since no member can report it. Only the BSTR members throw:
-/// zel_text::bad_alloc.
+/// Failures: members never report errors. Indices out of range are clamped
+/// or give 0, -1 or an empty result, as each member says. A size no string
+/// can hold (a negative buffer size, or a length past INT_MAX) throws
+/// zel_text::bad_alloc, as the BSTR members do when they cannot allocate;
+/// running out of memory inside a member ends the process with a message on
+/// stderr, since no member can report it.
 #pragma once
 
 #include "zelutils/platform/interlockedapi.h"
@@ -27,6 +28,7 @@
 #include "zelutils/text/zel_chars.h"
 #include "zelutils/zel_api.h"
 
+#include <climits>
 #include <cstdarg>
 #include <new>
 #include <type_traits>
@@ -76,7 +78,8 @@ inline int SafeStringLength(const T* text) {
     return text == nullptr ? 0 : static_cast<int>(chars::Length(text));
 }
 
-/// Thrown when a BSTR cannot be allocated; what() is "bad alloc".
+/// Thrown when a BSTR cannot be allocated or a string is asked for a size it
+/// cannot hold; what() is "bad alloc".
 class ZEL_API bad_alloc : public std::bad_alloc {
 public:
     const char* what() const noexcept override;
@@ -269,12 +272,14 @@ public:
     /// A buffer of at least minLength characters, owned by this string alone,
     /// holding the text. Write at most GetAllocLength() characters plus a
     /// terminator, then call ReleaseBuffer before using the string otherwise.
+    /// A negative minLength throws zel_text::bad_alloc.
     T* GetBuffer(int minLength = 0);
     /// Ends a GetBuffer: the length becomes newLength (clipped to the
     /// capacity), or, when newLength is negative, the length of the text up
     /// to its first NUL within the capacity; the terminator is written there.
     void ReleaseBuffer(int newLength = -1);
     /// GetBuffer(length), with the length set to length and terminated there.
+    /// A negative length throws zel_text::bad_alloc.
     T* GetBufferSetLength(int length);
     /// Shrinks the capacity to the length.
     void FreeExtra();
@@ -308,8 +313,11 @@ public:
     /// count characters from first. Negative values are taken as 0; a first
     /// beyond the length gives the empty string; count is clipped to the end.
     CZelStringT Mid(int first, int count) const;
-    /// The characters from first to the end.
-    CZelStringT Mid(int first) const { return Mid(first, GetLength() - first); }
+    /// The characters from first to the end (a negative first: all of them).
+    CZelStringT Mid(int first) const {
+        long long count = static_cast<long long>(GetLength()) - first;
+        return Mid(first, count > INT_MAX ? INT_MAX : static_cast<int>(count));
+    }
     /// The first count characters (negative: none).
     CZelStringT Left(int count) const;
     /// The last count characters (negative: none).
