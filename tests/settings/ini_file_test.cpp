@@ -190,6 +190,19 @@ TEST_F(IniTest, SaveCreatesMissingFolders) {
     EXPECT_TRUE(LoadIniFile(PathW("d/e/settings.ini"), loaded));
     std::filesystem::remove_all(PathOf("a"));
     std::filesystem::remove_all(PathOf("d"));
+
+    Put("file", "");
+    EXPECT_FALSE(SaveIniFile(PathW("file/settings.ini"), table, kIniUtf8)) << "a file stands in the way";
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
+    std::filesystem::remove(PathOf("file"));
+    if (zel_platform::kEmulated) {
+        // The folders are made through the platform layer, where faults reach them.
+        ASSERT_TRUE(zel_platform::FailSystemCall(zel_platform::SystemCall::MakeDirectory, 2, EACCES));
+        EXPECT_FALSE(SaveIniFileAtomic(PathW("f/g/settings.ini"), table, kIniUtf8));
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+        zel_platform::ResetSystemCalls();
+        std::filesystem::remove_all(PathOf("f"));
+    }
 }
 
 TEST_F(IniTest, AtomicSaveKeepsThePreviousFileWhenTheDiskIsFull) {
@@ -214,53 +227,55 @@ TEST_F(IniTest, AtomicSaveKeepsThePreviousFileWhenTheDiskIsFull) {
     std::filesystem::remove(PathOf("keep.ini"));
 }
 
-TEST_F(IniTest, AtomicSaveSurvivesEveryFailingStep) {
-    if (!zel_platform::kEmulated) GTEST_SKIP() << "fault injection is a facility of the POSIX layer";
+TEST_F(IniTest, AtomicSaveFailsWholeWithTheFirstError) {
     IniSections before;
     before[W(u"S")][W(u"k")] = W(u"old");
     ASSERT_TRUE(SaveIniFileAtomic(PathW("keep.ini"), before, kIniUtf16LE));
     std::string previous = Get("keep.ini");
     IniSections after;
     after[W(u"S")][W(u"k")] = W(u"new");
+    auto expectUntouched = [&](const std::string& step) {
+        EXPECT_EQ(Get("keep.ini"), previous) << step;
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder()), {}), 1)
+            << "no temporary file left after " << step;
+    };
 
-    ASSERT_TRUE(SaveIniFileAtomic(PathW("new.ini"), after, kIniUtf16LE));
-    std::string replaced = Get("new.ini");
-    std::filesystem::remove(PathOf("new.ini"));
+    // An encoding that is no code page is refused before anything is written.
+    for (int encoding : {12345, -7}) {
+        EXPECT_FALSE(SaveIniFileAtomic(PathW("keep.ini"), after, encoding));
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+        expectUntouched("encoding " + std::to_string(encoding));
+    }
+    ASSERT_TRUE(SaveIniFileAtomic(PathW("narrow.ini"), after, CP_ACP)) << "code page 0 is the ANSI one";
+    std::filesystem::remove(PathOf("narrow.ini"));
 
+    if (!zel_platform::kEmulated) return;  // fault injection is a facility of the POSIX layer
     using zel_platform::SystemCall;
     struct Fault {
         SystemCall call;
-        unsigned nth;
         int errnoValue;
-        bool renamed;  // the fault comes after the new file took the name
+        DWORD error;
     };
-    // Syncs: the temporary file's, then the folder's once renamed. (A failing
-    // close is not in the list: the data is on the disk once the flush succeeded.)
     const Fault faults[] = {
-        {SystemCall::Open, 1, ENOSPC, false}, {SystemCall::Write, 1, ENOSPC, false},
-        {SystemCall::Write, 1, EIO, false},   {SystemCall::Sync, 1, EIO, false},
-        {SystemCall::Sync, 2, EIO, true},     {SystemCall::Rename, 1, EXDEV, false},
+        {SystemCall::Open, ENOSPC, ERROR_DISK_FULL},
+        {SystemCall::Write, ENOSPC, ERROR_DISK_FULL},
+        {SystemCall::Write, EIO, ERROR_IO_DEVICE},
+        {SystemCall::Rename, EXDEV, ERROR_NOT_SAME_DEVICE},
     };
     for (const Fault& fault : faults) {
-        std::string name = std::to_string(static_cast<int>(fault.call)) + " #" + std::to_string(fault.nth);
+        std::string step = std::to_string(static_cast<int>(fault.call)) + "/" + std::to_string(fault.errnoValue);
         zel_platform::ResetSystemCalls();
-        ASSERT_TRUE(zel_platform::FailSystemCall(fault.call, fault.nth, fault.errnoValue));
-        bool saved = SaveIniFileAtomic(PathW("keep.ini"), after, kIniUtf16LE);
-        EXPECT_GE(zel_platform::SystemCallCount(fault.call), fault.nth) << name << " was not reached";
+        ASSERT_TRUE(zel_platform::FailSystemCall(fault.call, 1, fault.errnoValue));
+        EXPECT_FALSE(SaveIniFileAtomic(PathW("keep.ini"), after, kIniUtf16LE)) << step;
+        EXPECT_EQ(GetLastError(), fault.error) << step;
         zel_platform::ResetSystemCalls();
-        EXPECT_FALSE(saved) << name;
-        // Never a torn file: the whole old content, or the whole new one
-        // when only the folder's flush failed.
-        EXPECT_EQ(Get("keep.ini"), fault.renamed ? replaced : previous) << name;
-        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder()), {}), 1)
-            << "no temporary file left after " << name;
-        ASSERT_TRUE(SaveIniFileAtomic(PathW("keep.ini"), before, kIniUtf16LE));
+        expectUntouched(step);
     }
     // A short write (a disk that fills up) is caught as well.
     ASSERT_TRUE(zel_platform::ShortenWrite(1, 3, ENOSPC));
     EXPECT_FALSE(SaveIniFileAtomic(PathW("keep.ini"), after, kIniUtf16LE));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_DISK_FULL));
     zel_platform::ResetSystemCalls();
-    EXPECT_EQ(Get("keep.ini"), previous);
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder()), {}), 1);
+    expectUntouched("a short write");
     std::filesystem::remove(PathOf("keep.ini"));
 }

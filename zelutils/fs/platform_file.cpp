@@ -4,13 +4,11 @@
 #include "zelutils/platform/fileapi.h"
 #include "zelutils/platform/handleapi.h"
 #include "zelutils/platform/libloaderapi.h"
-#include "zelutils/platform/native_path.h"
 #include "zelutils/platform/processthreadsapi.h"
+#include "zelutils/platform/winbase.h"
 #include "zelutils/text/zel_printf.h"
 
-#include <filesystem>
 #include <stdexcept>
-#include <system_error>
 
 namespace zel_fs {
 namespace {
@@ -282,6 +280,22 @@ int LastPathSeparator(const zel_text::CZelStringW& path) {
     return backslash > slash ? backslash : slash;
 }
 
+bool CreateFolderPath(const zel_text::CZelStringW& folder) {
+    if (folder.IsEmpty()) return true;
+    DWORD attributes = GetFileAttributesW(folder.GetString());
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) return true;
+    int separator = LastPathSeparator(folder);
+    if (separator == folder.GetLength() - 1) return CreateFolderPath(folder.Left(separator));
+    if (separator > 0 && !CreateFolderPath(folder.Left(separator))) return false;
+    if (CreateDirectoryW(folder.GetString(), nullptr)) return true;
+    // Another creator may have come first.
+    DWORD error = GetLastError();
+    attributes = GetFileAttributesW(folder.GetString());
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) return true;
+    SetLastError(error);
+    return false;
+}
+
 // ---- checked tier -----------------------------------------------------
 
 std::int32_t CheckedFile::Read(void* buffer, std::int32_t count) {
@@ -321,11 +335,8 @@ void CheckedFile::SetSize(std::uint64_t size) {
 }
 
 void MoveFileChecked(const WCHAR* from, const WCHAR* to) {
-    std::filesystem::path source = zel_platform::FileSystemPath(from);
-    std::filesystem::path target = zel_platform::FileSystemPath(to);
-    std::error_code error;
-    std::filesystem::rename(source, target, error);
-    if (error) Raise(__LINE__ - 1, "MoveFile", zel_platform::ErrorFromErrorCode(error));
+    BOOL moved = MoveFileExW(from, to, MOVEFILE_REPLACE_EXISTING);
+    if (!moved) Raise(__LINE__ - 1, "MoveFile");
 }
 
 void DeleteFileChecked(const WCHAR* path) {

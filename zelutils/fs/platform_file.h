@@ -144,6 +144,10 @@ constexpr UINT LIST_INCLUDE_PARENT = 4;
 /// The index of the last separator (`\` or `/`) in path, or -1; both count,
 /// since library paths mix them.
 ZEL_API int LastPathSeparator(const zel_text::CZelStringW& path);
+/// Creates the folder and every missing folder above it. True when the
+/// folder exists afterwards (an empty path is the current folder); false with
+/// the last error otherwise (183 when a file stands in the way).
+ZEL_API bool CreateFolderPath(const zel_text::CZelStringW& folder);
 /// True for "." and, unless flags has LIST_INCLUDE_PARENT, for "..".
 ZEL_API bool is_dot_entry(const WCHAR* name, UINT flags);
 
@@ -178,7 +182,8 @@ public:
     HANDLE handle = INVALID_HANDLE_VALUE;
 };
 
-/// Renames from to to (replacing a file of that name); throws "MoveFile".
+/// Renames from to to (replacing a file of that name, as MoveFileExW with
+/// MOVEFILE_REPLACE_EXISTING); throws "MoveFile".
 ZEL_API void MoveFileChecked(const WCHAR* from, const WCHAR* to);
 /// Deletes a file; throws "DeleteFile".
 ZEL_API void DeleteFileChecked(const WCHAR* path);

@@ -1,5 +1,6 @@
 #include "zelutils/settings/ini_file.h"
 
+#include "zelutils/fs/atomic_file.h"
 #include "zelutils/fs/platform_file.h"
 #include "zelutils/platform/win32.h"
 #include "zelutils/text/zel_encoding.h"
@@ -7,7 +8,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
-#include <filesystem>
 
 namespace zel_settings {
 
@@ -43,34 +43,37 @@ void AppendEncoded(std::vector<char>& out, const CZelStringW& text, int) {
     out.insert(out.end(), bytes, bytes + text.GetLength() * sizeof(WCHAR));
 }
 
-void AppendConverted(std::vector<char>& out, const CZelStringW& text, UINT codePage) {
+// False, with the last error, when the text cannot be converted.
+bool AppendConverted(std::vector<char>& out, const CZelStringW& text, UINT codePage) {
     int needed = WideCharToMultiByte(codePage, 0, text.GetString(), text.GetLength(), nullptr, 0, nullptr, nullptr);
-    if (needed <= 0) return;
+    if (needed <= 0) return false;
     std::size_t start = out.size();
     out.resize(start + static_cast<std::size_t>(needed));
     int written = WideCharToMultiByte(codePage, 0, text.GetString(), text.GetLength(), out.data() + start,
                                       needed, nullptr, nullptr);
     out.resize(start + static_cast<std::size_t>(std::max(written, 0)));
+    return written == needed;
 }
 
 template <class String>
 struct WriterEncoding;
 template <>
 struct WriterEncoding<CZelStringW> {
-    static void Append(std::vector<char>& out, const CZelStringW& text, int encoding) {
+    static bool Append(std::vector<char>& out, const CZelStringW& text, int encoding) {
         AppendEncoded(out, text, encoding);
+        return true;
     }
 };
 template <>
 struct WriterEncoding<CZelStringUtf8> {
-    static void Append(std::vector<char>& out, const CZelStringW& text, int) {
-        AppendConverted(out, text, CP_UTF8);
+    static bool Append(std::vector<char>& out, const CZelStringW& text, int) {
+        return AppendConverted(out, text, CP_UTF8);
     }
 };
 template <>
 struct WriterEncoding<CZelStringA> {
-    static void Append(std::vector<char>& out, const CZelStringW& text, int encoding) {
-        AppendConverted(out, text, static_cast<UINT>(encoding));
+    static bool Append(std::vector<char>& out, const CZelStringW& text, int encoding) {
+        return AppendConverted(out, text, static_cast<UINT>(encoding));
     }
 };
 
@@ -174,15 +177,7 @@ CZelStringW FolderOf(const CZelStringW& path) {
     return separator > 0 ? path.Left(separator) : CZelStringW();
 }
 
-bool EnsureFolder(const CZelStringW& path) {
-    CZelStringW folder = FolderOf(path);
-    if (folder.IsEmpty()) return true;
-    std::error_code error;
-    std::filesystem::path native = zel_platform::FileSystemPath(folder.GetString());
-    if (std::filesystem::is_directory(native, error)) return true;
-    std::filesystem::create_directories(native, error);
-    return std::filesystem::is_directory(native, error);
-}
+bool EnsureFolder(const CZelStringW& path) { return zel_fs::CreateFolderPath(FolderOf(path)); }
 
 }  // namespace
 
@@ -215,13 +210,28 @@ template class TZelIniFileReaderImpl<CZelStringA, char>;
 template <class String, class Char>
 TZelIniFileWriterImpl<String, Char>::~TZelIniFileWriterImpl() {
     Flush();
-    zel_fs::file_close_reset(handle_);
+    if (ownsHandle_) zel_fs::file_close_reset(handle_);
 }
 
 template <class String, class Char>
 bool TZelIniFileWriterImpl<String, Char>::Open(const CZelStringW& path) {
-    zel_fs::file_close_reset(handle_);
+    if (ownsHandle_) zel_fs::file_close_reset(handle_);
+    ownsHandle_ = true;
     if (!zel_fs::file_open_into(handle_, path.GetString(), kCreateReadWrite, nullptr, nullptr)) return false;
+    StartWithMark();
+    return true;
+}
+
+template <class String, class Char>
+void TZelIniFileWriterImpl<String, Char>::Attach(HANDLE file) {
+    if (ownsHandle_) zel_fs::file_close_reset(handle_);
+    ownsHandle_ = false;
+    handle_ = file;
+    StartWithMark();
+}
+
+template <class String, class Char>
+void TZelIniFileWriterImpl<String, Char>::StartWithMark() {
     unsigned char mark[zel_text::kMaxBomLength];
     std::size_t markLength = 0;
     zel_text::BomKind kind = encoding_ == kIniUtf16LE ? zel_text::BomKind::Utf16LE
@@ -230,13 +240,16 @@ bool TZelIniFileWriterImpl<String, Char>::Open(const CZelStringW& path) {
     if (kind != zel_text::BomKind::None && zel_text::GetBom(kind, mark, &markLength)) {
         pending_.insert(pending_.end(), mark, mark + markLength);
     }
-    return true;
 }
 
 template <class String, class Char>
 bool TZelIniFileWriterImpl<String, Char>::Append(const CZelStringW& text) {
     if (text.IsEmpty()) return true;
-    WriterEncoding<String>::Append(pending_, text, encoding_);
+    // A failed conversion is remembered for Commit; the plain save, as in
+    // earlier versions, goes on with what could be converted.
+    if (!WriterEncoding<String>::Append(pending_, text, encoding_) && firstError_ == 0) {
+        firstError_ = GetLastError();
+    }
     return pending_.size() < kWriteBlock || Flush();
 }
 
@@ -254,7 +267,10 @@ template <class String, class Char>
 bool TZelIniFileWriterImpl<String, Char>::Flush() {
     if (pending_.empty() || handle_ == INVALID_HANDLE_VALUE) return !transferredNothing_;
     std::int32_t written = zel_fs::file_write(handle_, pending_.data(), static_cast<std::uint32_t>(pending_.size()));
-    if (written != static_cast<std::int32_t>(pending_.size())) writeFailed_ = true;
+    if (written != static_cast<std::int32_t>(pending_.size())) {
+        if (!writeFailed_ && firstError_ == 0) firstError_ = GetLastError();
+        writeFailed_ = true;
+    }
     // Only a write that moved nothing fails the plain save; a failed write
     // (-1) is not seen there, as in earlier versions.
     if (written == 0) transferredNothing_ = true;
@@ -265,9 +281,14 @@ bool TZelIniFileWriterImpl<String, Char>::Flush() {
 template <class String, class Char>
 bool TZelIniFileWriterImpl<String, Char>::Commit() {
     Flush();
-    bool ok = !writeFailed_ && handle_ != INVALID_HANDLE_VALUE && zel_fs::file_flush(handle_);
-    ok = zel_fs::file_close(handle_) && ok;
+    bool ok = firstError_ == 0 && !writeFailed_ && handle_ != INVALID_HANDLE_VALUE;
+    if (ownsHandle_) {
+        ok = ok && zel_fs::file_flush(handle_);
+        zel_platform::LastErrorGuard keep;
+        ok = zel_fs::file_close(handle_) && ok;
+    }
     handle_ = INVALID_HANDLE_VALUE;
+    if (firstError_ != 0) SetLastError(firstError_);
     return ok;
 }
 
@@ -319,20 +340,20 @@ bool SaveIniFile(const CZelStringW& path, const IniSections& table, int encoding
 }
 
 bool SaveIniFileAtomic(const CZelStringW& path, const IniSections& table, int encoding) {
+    CPINFO codePage{};
+    if (encoding != kIniUtf16LE && encoding != kIniUtf8 &&
+        (encoding < 0 || !GetCPInfo(static_cast<UINT>(encoding), &codePage))) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return false;
+    }
     if (!EnsureFolder(path)) return false;
-    CZelStringW folder = FolderOf(path);
-    if (folder.IsEmpty()) folder = ZW(".");
-    WCHAR temporary[MAX_PATH + 1] = {};
-    if (GetTempFileNameW(folder.GetString(), ZW("ini"), 0, temporary) == 0) return false;
-    CZelStringW temporaryPath(temporary);
-    bool ok = WithWriter(encoding, [&](auto& writer) {
-        return writer.Open(temporaryPath) && WriteTable(writer, table) && writer.Commit();
+    return zel_fs::ReplaceFileAtomically(path, [&](HANDLE file) {
+        return WithWriter(encoding, [&](auto& writer) {
+            writer.Attach(file);
+            bool written = WriteTable(writer, table);
+            return writer.Commit() && written;
+        });
     });
-    // Write-through also flushes the folder, so the new name survives a power loss.
-    ok = ok && MoveFileExW(temporaryPath.GetString(), path.GetString(),
-                           MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
-    if (!ok) DeleteFileW(temporaryPath.GetString());
-    return ok;
 }
 
 }  // namespace zel_settings

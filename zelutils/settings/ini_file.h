@@ -98,21 +98,28 @@ public:
     explicit TZelIniFileWriterImpl(int encoding) : encoding_(encoding) {}
     ~TZelIniFileWriterImpl() override;
     bool Open(const zel_text::CZelStringW& path) override;
+    /// Writes into file, an open handle that stays the caller's (the writer
+    /// never closes it), starting with the encoding's mark.
+    void Attach(HANDLE file);
     bool Write(const zel_text::CZelStringW& text) override;
     bool WriteLine(const zel_text::CZelStringW& text) override;
 
     /// Writes the gathered output; false when a write transferred nothing.
     bool Flush();
-    /// Flushes, pushes the file to the disk and closes it; false when any
-    /// write or the flush failed.
+    /// Writes what is gathered and reports, with the last error, whether
+    /// every conversion and write succeeded; a file the writer opened is
+    /// also pushed to the disk and closed.
     bool Commit();
     /// True when any platform write failed or came up short.
     bool WriteFailed() const { return writeFailed_; }
 
 private:
     bool Append(const zel_text::CZelStringW& text);
+    void StartWithMark();
 
     HANDLE handle_ = INVALID_HANDLE_VALUE;
+    bool ownsHandle_ = true;
+    DWORD firstError_ = 0;
     int encoding_;
     std::vector<char> pending_;
     bool writeFailed_ = false;
@@ -130,11 +137,14 @@ ZEL_API bool LoadIniFile(const zel_text::CZelStringW& path, IniSections& table);
 /// empty line after each section, CR LF line ends.
 ZEL_API bool SaveIniFile(const zel_text::CZelStringW& path, const IniSections& table, int encoding);
 
-/// As SaveIniFile, but through a flushed temporary file renamed over path
-/// (and the folder flushed after the rename). path never holds a torn file:
-/// on failure it keeps its previous content, except when only the folder's
-/// flush failed, when it holds the whole new content (and false reports that
-/// the rename may not survive a power loss). No temporary file is left.
+/// As SaveIniFile, but through zel_fs::ReplaceFileAtomically: path never
+/// holds a torn file, keeps its mode, and a link to it stays a link. On
+/// failure (false with the last error: ERROR_INVALID_PARAMETER for an
+/// encoding that is no known code page, the conversion's or the file's
+/// error otherwise) it keeps its previous content, except when only the
+/// folder's flush failed, when it holds the whole new content (and false
+/// reports that the rename may not survive a power loss). No temporary
+/// file is left.
 ZEL_API bool SaveIniFileAtomic(const zel_text::CZelStringW& path, const IniSections& table, int encoding);
 
 /// Parses text already in memory (bytes of a whole file) into table, as
