@@ -1,0 +1,219 @@
+/// @file
+/// The in-memory node of a parsed XML document: a name, attributes ordered
+/// by code unit, the character content and the children in document order.
+/// Nodes are always held by shared pointers; a child is owned by its parent
+/// and there is no link back up. The node does no I/O.
+///
+/// Reading values: every value type comes in three shapes with one naming
+/// scheme, Get<Type> (throws when the attribute is missing), TryGet<Type>
+/// (false when missing, the output untouched) and Get<Type> with a default
+/// (the default when missing). The same families exist for the attribute of
+/// the first child of a name (GetChild<Type>, TryGetChild<Type>) and, for a
+/// few types, for the element's text (GetText<Type>).
+///
+/// Failure: XmlException ("Generic Error") for a missing attribute in the
+/// plain getters, a missing child in every child accessor, an empty text
+/// where the text accessors need one, and a malformed date or date-time in
+/// every shape (the shapes soften only a missing attribute).
+#pragma once
+
+#include "zelutils/platform/windef.h"
+#include "zelutils/text/zel_string.h"
+#include "zelutils/zel_api.h"
+#include "zelutils/zelsys/zel_time.h"
+
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+namespace zel {
+
+/// The exception of the XML layer; zel::XmlExpatHybridParser::Exception
+/// names this type. Carries a narrow message.
+class ZEL_API XmlException : public std::runtime_error {
+public:
+    explicit XmlException(const char* message) : std::runtime_error(message) {}
+};
+
+/// Orders names by plain code-unit value (the order of wcscmp).
+struct XmlNameLess {
+    bool operator()(const zel_text::CZelStringW& left, const zel_text::CZelStringW& right) const {
+        return left.Compare(right) < 0;
+    }
+};
+
+/// Attribute names to values, ordered by XmlNameLess.
+using XmlAttributes = std::map<zel_text::CZelStringW, zel_text::CZelStringW, XmlNameLess>;
+
+class XmlElement;
+using XmlElementPtr = std::shared_ptr<XmlElement>;
+
+/// Which fields ScanXmlDateTime reads.
+enum class XmlTimeFields { None, Date, Time, DateTime };
+
+/// Zeroes time, then scans text as "YYYY-MM-DD" (Date), "hh:mm:ss.mmm"
+/// (Time) or "YYYY-MM-DDThh:mm:ss.mmm" (DateTime) and returns the number of
+/// fields converted; None converts nothing and returns 0. The day of week
+/// stays 0.
+ZEL_API int ScanXmlDateTime(const zel_text::CZelStringW& text, XmlTimeFields fields, SYSTEMTIME& time);
+
+/// An element node.
+class ZEL_API XmlElement : public std::enable_shared_from_this<XmlElement> {
+public:
+    /// An element named name, with no attributes, text or children.
+    explicit XmlElement(const zel_text::CZelStringW& name);
+    /// Releases the subtree without recursion, so a tree of any depth can go.
+    virtual ~XmlElement();
+    XmlElement(const XmlElement&) = delete;
+    XmlElement& operator=(const XmlElement&) = delete;
+
+    const zel_text::CZelStringW& Name() const { return name_; }
+    const zel_text::CZelStringW& Text() const { return text_; }
+    const XmlAttributes& Attributes() const { return attributes_; }
+    const std::vector<XmlElementPtr>& Children() const { return children_; }
+
+    /// Replaces all attributes by a copy of attributes.
+    void SetAttributes(const XmlAttributes& attributes) { attributes_ = attributes; }
+    /// Replaces all attributes by those of attributes, taken over.
+    void SetAttributes(XmlAttributes&& attributes) { attributes_ = std::move(attributes); }
+    /// Sets one attribute, replacing the value of an existing name.
+    void SetAttribute(const zel_text::CZelStringW& name, const zel_text::CZelStringW& value) {
+        attributes_[name] = value;
+    }
+    /// Appends count units to the text (growing geometrically, so text
+    /// delivered in many pieces costs linear time).
+    void AppendText(const WCHAR* text, int count);
+    /// Appends text; an empty element shares text's buffer instead of copying.
+    void AppendText(const zel_text::CZelStringW& text);
+    /// Appends child at the end of the children.
+    void AppendChild(XmlElementPtr child) { children_.push_back(std::move(child)); }
+
+    /// The first child named name, in document order, and true; false when
+    /// there is none. An empty name never matches.
+    bool FindChild(const zel_text::CZelStringW& name, XmlElementPtr& child) const;
+
+    /// @name Attribute accessors
+    /// String: the stored text. Bool: true exactly for "true". Int: 0 for an
+    /// empty text, else the leading decimal number (strtol rules, clamped to
+    /// 32 bits, trailing text ignored). Unsigned: "%u", 0 when nothing
+    /// converts. Double and float: 0 for an empty text, else the leading
+    /// number (strtod rules). DateTime: at least "YYYY-MM-DDThh:mm:ss".
+    /// Date: exactly "YYYY-MM-DD" converted.
+    /// @{
+    const zel_text::CZelStringW& GetString(const zel_text::CZelStringW& name) const;
+    bool TryGetString(const zel_text::CZelStringW& name, zel_text::CZelStringW& value) const;
+    zel_text::CZelStringW GetString(const zel_text::CZelStringW& name, const zel_text::CZelStringW& fallback) const;
+    bool GetBool(const zel_text::CZelStringW& name) const;
+    bool TryGetBool(const zel_text::CZelStringW& name, bool& value) const;
+    bool GetBool(const zel_text::CZelStringW& name, bool fallback) const;
+    int GetInt(const zel_text::CZelStringW& name) const;
+    bool TryGetInt(const zel_text::CZelStringW& name, int& value) const;
+    int GetInt(const zel_text::CZelStringW& name, int fallback) const;
+    unsigned GetUnsigned(const zel_text::CZelStringW& name) const;
+    bool TryGetUnsigned(const zel_text::CZelStringW& name, unsigned& value) const;
+    unsigned GetUnsigned(const zel_text::CZelStringW& name, unsigned fallback) const;
+    double GetDouble(const zel_text::CZelStringW& name) const;
+    bool TryGetDouble(const zel_text::CZelStringW& name, double& value) const;
+    double GetDouble(const zel_text::CZelStringW& name, double fallback) const;
+    float GetFloat(const zel_text::CZelStringW& name) const;
+    bool TryGetFloat(const zel_text::CZelStringW& name, float& value) const;
+    float GetFloat(const zel_text::CZelStringW& name, float fallback) const;
+    SYSTEMTIME GetDateTime(const zel_text::CZelStringW& name) const;
+    bool TryGetDateTime(const zel_text::CZelStringW& name, SYSTEMTIME& value) const;
+    SYSTEMTIME GetDateTime(const zel_text::CZelStringW& name, const SYSTEMTIME& fallback) const;
+    SYSTEMTIME GetDate(const zel_text::CZelStringW& name) const;
+    bool TryGetDate(const zel_text::CZelStringW& name, SYSTEMTIME& value) const;
+    SYSTEMTIME GetDate(const zel_text::CZelStringW& name, const SYSTEMTIME& fallback) const;
+    /// @}
+
+    /// @name Attribute accessors of the first child named child
+    /// As the attribute accessors, on that child; a missing child throws in
+    /// every shape.
+    /// @{
+    zel_text::CZelStringW GetChildString(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name) const;
+    bool TryGetChildString(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name,
+                           zel_text::CZelStringW& value) const;
+    zel_text::CZelStringW GetChildString(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name,
+                                         const zel_text::CZelStringW& fallback) const;
+    bool GetChildBool(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name) const;
+    bool TryGetChildBool(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name, bool& value) const;
+    bool GetChildBool(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name, bool fallback) const;
+    int GetChildInt(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name) const;
+    bool TryGetChildInt(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name, int& value) const;
+    int GetChildInt(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name, int fallback) const;
+    unsigned GetChildUnsigned(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name) const;
+    bool TryGetChildUnsigned(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name,
+                             unsigned& value) const;
+    unsigned GetChildUnsigned(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name,
+                              unsigned fallback) const;
+    double GetChildDouble(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name) const;
+    bool TryGetChildDouble(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name, double& value) const;
+    double GetChildDouble(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name, double fallback) const;
+    float GetChildFloat(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name) const;
+    bool TryGetChildFloat(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name, float& value) const;
+    float GetChildFloat(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name, float fallback) const;
+    SYSTEMTIME GetChildDateTime(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name) const;
+    bool TryGetChildDateTime(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name,
+                             SYSTEMTIME& value) const;
+    SYSTEMTIME GetChildDateTime(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name,
+                                const SYSTEMTIME& fallback) const;
+    SYSTEMTIME GetChildDate(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name) const;
+    bool TryGetChildDate(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name,
+                         SYSTEMTIME& value) const;
+    SYSTEMTIME GetChildDate(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name,
+                            const SYSTEMTIME& fallback) const;
+    /// @}
+
+    /// @name Text accessors
+    /// @{
+    /// The text as an int; throws for an empty text.
+    int GetTextInt() const;
+    /// The text as an int; fallback for an empty text.
+    int GetTextInt(int fallback) const;
+    /// The text as a date-time; throws for an empty or malformed text.
+    SYSTEMTIME GetTextDateTime() const;
+    /// The text as a date-time; fallback for an empty text, throws for a
+    /// malformed one.
+    SYSTEMTIME GetTextDateTime(const SYSTEMTIME& fallback) const;
+    /// The text as a date-time converted to the library's time type (local
+    /// time); throws as GetTextDateTime, and TimeFieldError for fields the
+    /// time type refuses.
+    ZelTime GetTextTime() const;
+    /// True exactly for "true"; throws for an empty text.
+    bool GetTextBool() const;
+    /// "rrggbb" (either case) as 0x00BBGGRR; groups that do not scan count
+    /// as 0; throws for an empty text.
+    DWORD GetTextColor() const;
+    /// The text decoded as Base64, four characters at a time: a group of
+    /// fewer than 3 characters yields nothing, "=" ends a group's output.
+    std::vector<unsigned char> GetTextBinary() const;
+    /// @}
+
+private:
+    const zel_text::CZelStringW* FindAttribute(const zel_text::CZelStringW& name) const;
+    const XmlElement& ChildNamed(const zel_text::CZelStringW& child) const;
+
+    XmlAttributes attributes_;
+    zel_text::CZelStringW name_;
+    zel_text::CZelStringW text_;
+    std::vector<XmlElementPtr> children_;
+};
+
+/// Walks a snapshot of an element's children: those named filter, or all
+/// when filter is empty, as they were when the iterator was made. Keeps the
+/// element alive while it lives.
+class ZEL_API XmlChildIterator {
+public:
+    explicit XmlChildIterator(XmlElementPtr element,
+                              const zel_text::CZelStringW& filter = zel_text::CZelStringW());
+    /// The next child of the snapshot and true; false at the end.
+    bool Next(XmlElementPtr& child);
+
+private:
+    XmlElementPtr element_;
+    std::vector<XmlElementPtr> children_;
+    std::size_t next_ = 0;
+};
+
+}  // namespace zel
