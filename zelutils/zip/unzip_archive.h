@@ -1,0 +1,103 @@
+/// @file
+/// Reading zip archives: open, list, and extract single entries or all of
+/// them. Extraction is safe against hostile archives: an entry whose name
+/// leaves the destination folder (absolute, a drive letter, "..") or runs
+/// through a symbolic link is refused before anything is written; entries
+/// that overlap one another are refused when the content is read; data that
+/// do not match the declared size or CRC fail the entry. Each entry is
+/// written to a temporary file beside its destination and renamed over it
+/// only when complete, so a failure leaves neither a corrupt file nor, with
+/// overwrite, a destroyed old one.
+///
+/// Entries encrypted with the traditional zip encryption are decrypted by
+/// the library itself.
+#pragma once
+
+#include "zelutils/zip/zip_base.h"
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+namespace zel_zip {
+
+/// What the central directory says about an entry.
+struct ZipEntryInfo {
+    std::uint32_t versionMadeBy = 0;  ///< host in the high byte (0 MS-DOS, 3 Unix, 10 NTFS)
+    std::uint32_t versionNeeded = 0;
+    std::uint32_t flags = 0;  ///< bit 0 encrypted, bit 3 data descriptor, bit 11 UTF-8 name
+    std::uint32_t compressionMethod = 0;  ///< 0 stored, 8 deflated
+    std::uint32_t dosDate = 0;            ///< DOS date in the high word, time in the low word
+    std::uint32_t crc = 0;
+    std::uint64_t compressedSize = 0;
+    std::uint64_t uncompressedSize = 0;
+    std::uint32_t nameLength = 0;
+    std::uint32_t extraLength = 0;
+    std::uint32_t commentLength = 0;
+    std::uint32_t diskNumber = 0;
+    std::uint32_t internalAttributes = 0;
+    std::uint32_t externalAttributes = 0;  ///< Unix mode in the high word for Unix hosts
+};
+
+/// One entry: its record and its decoded name.
+struct ZipEntry {
+    ZipEntryInfo info;
+    WString name;
+};
+
+/// A zip archive opened for reading.
+class ZEL_API CUnZipArchive : public CZipBase {
+public:
+    CUnZipArchive() = default;
+    ~CUnZipArchive() override;
+
+    /// Opens the archive at path (closing one that is open). An archive
+    /// without entries (the 22-byte end record alone) opens and lists empty.
+    /// Fails with "error opening archive", code -1.
+    bool Open(const WCHAR* path);
+    /// Closes the archive; true when none was open. Fails with "error
+    /// closing archive".
+    bool Close() override;
+
+    /// Reads the entry list; fails with "error at reading archive header" or
+    /// "error at reading archive content" (entries read before stay), or
+    /// refuses overlapping entries.
+    bool ReadContent();
+    /// Makes the entry at position current; false without a message when the
+    /// archive is closed or the position is past the list.
+    bool GoToEntry(std::size_t position);
+
+    /// Extracts the current entry. The destination is destinationPath when
+    /// given, else the destination folder joined with the entry name (its
+    /// folders kept with keepFolders, else only its last component). A name
+    /// ending in a separator makes a folder. password may be null.
+    bool ExtractCurrent(const WString& name, const ZipEntryInfo& info, const WCHAR* destinationPath,
+                        bool overwrite, bool keepFolders, const char* password);
+    /// Finds the entry name (in the list read, else case-insensitively in the
+    /// archive) and extracts it as ExtractCurrent does.
+    bool Extract(const WString& name, const WCHAR* destinationPath, bool overwrite, bool keepFolders,
+                 const char* password);
+    /// Extracts every entry in order into the destination folder, reading the
+    /// content first when the list is empty; stops at the first failure.
+    /// Refuses to start when the declared sizes exceed the free space there.
+    bool ExtractAll(bool overwrite, bool keepFolders, const char* password);
+
+    /// The folder entries go to when no destination path is given.
+    void SetDestinationFolder(const WString& folder) { destinationFolder_ = folder; }
+    const WString& GetDestinationFolder() const { return destinationFolder_; }
+    std::size_t GetEntryCount() const { return entries_.size(); }
+    const std::vector<ZipEntry>& GetEntries() const { return entries_; }
+
+private:
+    bool CheckOverlaps(const std::vector<std::uint64_t>& localOffsets);
+    bool MakeDestination(const WString& name, const WCHAR* destinationPath, bool keepFolders,
+                         WString& destination);
+
+    std::vector<ZipEntry> entries_;
+    std::map<WString, std::size_t> index_;
+    WString destinationFolder_;
+    std::size_t current_ = 0;
+    bool emptyArchive_ = false;  // opened without minizip: no entries at all
+};
+
+}  // namespace zel_zip
