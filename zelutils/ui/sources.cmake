@@ -1,0 +1,5 @@
+# UI services: the interfaces the host implements for boxes, translations,
+# the wait cursor, notifications and reconnection.
+list(APPEND ZEL_SOURCES
+  ui/ui_services.cpp
+)
