@@ -40,6 +40,39 @@ const std::vector<Command>& Commands() {
          "       zelutil ini convert FILE --to utf8|utf16|ansi\n\n"
          "Sections and keys are printed as UTF-8. Errors name the file and the reason (exit 2).\n",
          RunIni},
+        {"zip", "list, extract, create and add to zip archives",
+         "usage: zelutil zip list ARCHIVE\n"
+         "       zelutil zip extract ARCHIVE [-d DIR] [--password P] [--overwrite]\n"
+         "       zelutil zip create ARCHIVE FILE|DIR... [--level N] [--password P]\n"
+         "       zelutil zip add ARCHIVE FILE|DIR... [--level N] [--password P]\n\n"
+         "Folders are added with their files below them, under the folder's name. A password\n"
+         "uses the traditional zip encryption (weak); '--password -' reads it from standard\n"
+         "input. Extraction keeps the archive's folders below DIR (default: the current\n"
+         "folder) and replaces existing files only with --overwrite. Create and add write a\n"
+         "new archive beside the old one and replace it only once it reads back whole.\n\n"
+         "exit codes: 0 done; 1 an archive or file error; 2 bad arguments, or a refused\n"
+         "archive (an entry leaving the folder, sizes that lie, overlapping entries, more\n"
+         "than the disk holds), with the entry and the reason.\n",
+         RunZip},
+        {"xml", "read XML documents and write a sample",
+         "usage: zelutil xml dump FILE                     (the tree as indented text)\n"
+         "       zelutil xml records FILE NAME [--count N] (the first N records named NAME as XML,\n"
+         "                                                  default 10, then the total)\n"
+         "       zelutil xml get FILE PATH                 (PATH: root/child/@attribute, or\n"
+         "                                                  root/child for its text; exit 1 when missing)\n"
+         "       zelutil xml write-sample FILE\n\n"
+         "A document cut short is an error. Parse errors name the file, the line and column and\n"
+         "the reason (exit 2). records keeps one record in memory at a time.\n",
+         RunXml},
+        {"text", "print the lines of a text file as UTF-8",
+         "usage: zelutil text FILE [--trim] [--skip-empty] [--codepage CP]\n\n"
+         "Prints the lines of FILE as UTF-8 with LF line ends. The encoding comes from the\n"
+         "byte-order mark (UTF-8, UTF-16 or UTF-32, either byte order); a file without one is\n"
+         "read in code page CP (as for convert; default: ansi). LF, CR LF and CR end lines.\n"
+         "--trim removes white space at both ends of each line; --skip-empty leaves out\n"
+         "empty lines (after trimming, a line of blanks is printed empty).\n\n"
+         "exit codes: 0 printed; 2 bad arguments, an unknown code page or an unreadable file.\n",
+         RunText},
     };
     return commands;
 }

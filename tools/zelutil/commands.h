@@ -2,6 +2,8 @@
 // Commands() (commands.cpp).
 #pragma once
 
+#include "zelutils/platform/windef.h"
+
 #include <string>
 #include <vector>
 
@@ -34,6 +36,15 @@ int RunEncoding(const Args& args);
 int RunBase64(const Args& args);
 int RunPath(const Args& args);
 int RunIni(const Args& args);
+int RunZip(const Args& args);
+int RunXml(const Args& args);
+int RunText(const Args& args);
+
+/// The code page a command-line name (utf8, utf16, ansi, oem) or number
+/// stands for; false when it is neither or not available here.
+bool ParseCodePage(const std::string& text, UINT* codePage);
+/// Why a platform call failed, in words, from its error number.
+std::string Reason(DWORD error);
 
 /// Prints the folders the library computes for the running program.
 void PrintFolders();

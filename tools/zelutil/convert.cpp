@@ -29,8 +29,8 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-/// The code page a command-line name or number stands for; false when it is
-/// neither a known name nor a code page available here.
+}  // namespace
+
 bool ParseCodePage(const std::string& text, UINT* codePage) {
     std::string name = text;
     std::transform(name.begin(), name.end(), name.begin(),
@@ -54,6 +54,8 @@ bool ParseCodePage(const std::string& text, UINT* codePage) {
     CPINFO info;
     return GetCPInfo(*codePage, &info) != FALSE;
 }
+
+namespace {
 
 enum class ReadResult { kRead, kError, kTooLarge };
 

@@ -21,7 +21,8 @@ CZelStringW Wide(const std::string& utf8) { return CZelStringUtf8(utf8.c_str()).
 
 std::string Utf8(const CZelStringW& wide) { return CZelStringUtf8(wide).GetString(); }
 
-// Why the last platform call failed, in words.
+}  // namespace
+
 std::string Reason(DWORD error) {
     switch (error) {
     case ERROR_FILE_NOT_FOUND: return "file not found";
@@ -33,6 +34,8 @@ std::string Reason(DWORD error) {
     default: return "system error " + std::to_string(error);
     }
 }
+
+namespace {
 
 // Loads file into table; prints the reason and returns false on failure.
 bool Load(const std::string& file, IniSections& table) {

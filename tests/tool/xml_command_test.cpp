@@ -1,0 +1,36 @@
+#include "tests/tool/tool_test.h"
+
+namespace {
+
+using zel_test::ToolTest;
+
+class XmlCommandTest : public ToolTest {};
+
+TEST_F(XmlCommandTest, WrittenSampleReadsBack) {
+    ASSERT_EQ(Run("xml write-sample " + Quoted("s.xml")), 0) << Errors();
+    EXPECT_EQ(Run("xml get " + Quoted("s.xml") + " survey/@name"), 0);
+    EXPECT_EQ(Output(), "Quarry <north> & \"east\"\n");
+    EXPECT_EQ(Run("xml get " + Quoted("s.xml") + " survey/point/east"), 0);
+    EXPECT_EQ(Output(), "2600001.125\n");
+    EXPECT_EQ(Run("xml get " + Quoted("s.xml") + " survey/point/@missing"), 1);
+    EXPECT_EQ(Run("xml records " + Quoted("s.xml") + " point --count 1"), 0);
+    EXPECT_EQ(Output(), "<point id=\"1\"><east>2600001.125</east><north>1199999.5</north>"
+                        "<height>401</height></point>\nrecords: 3\n");
+    EXPECT_EQ(Run("xml dump " + Quoted("s.xml")), 0);
+    EXPECT_NE(Output().find("\n  point id=\"2\"\n    east: 2600002.125\n"), std::string::npos) << Output();
+    std::filesystem::remove(PathOf("s.xml"));
+}
+
+TEST_F(XmlCommandTest, FailuresNameTheFileAndThePlace) {
+    Put("cut.xml", "<a>\n<b>");
+    EXPECT_EQ(Run("xml dump " + Quoted("cut.xml")), 2);
+    EXPECT_NE(Errors().find("cut.xml':2:3: no element found"), std::string::npos) << Errors();
+    EXPECT_EQ(Run("xml records " + Quoted("missing.xml") + " r"), 2);
+    EXPECT_NE(Errors().find("missing.xml"), std::string::npos);
+    EXPECT_EQ(Run("xml records " + Quoted("cut.xml") + " r --count x"), 2);
+    EXPECT_EQ(Run("xml frobnicate"), 2);
+    EXPECT_EQ(Run("xml write-sample " + Quoted("no-folder/s.xml")), 2);
+    std::filesystem::remove(PathOf("cut.xml"));
+}
+
+}  // namespace

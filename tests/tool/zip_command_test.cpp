@@ -1,0 +1,45 @@
+// zelutil zip, run as a script would run it.
+#include "tests/tool/tool_test.h"
+
+#include <cstdlib>
+
+namespace {
+class ZipCommand : public zel_test::ToolTest {};
+}  // namespace
+
+TEST_F(ZipCommand, CreateListAddAndExtractRoundTrip) {
+    std::filesystem::create_directories(PathOf("tree/sub"));
+    Write(PathOf("tree/a.txt"), "A");
+    Write(PathOf("tree/sub/b.txt"), "B");
+    ASSERT_EQ(Run("zip create " + Quoted("a.zip") + " " + Quoted("tree") + " --level 9 --password secret"), 0)
+        << Errors();
+    Write(PathOf("c.txt"), "C");
+    ASSERT_EQ(Run("zip add " + Quoted("a.zip") + " " + Quoted("c.txt")), 0) << Errors();
+    ASSERT_EQ(Run("zip list " + Quoted("a.zip")), 0) << Errors();
+    EXPECT_NE(Output().find("tree/a.txt (encrypted)\n"), std::string::npos) << Output();
+    EXPECT_NE(Output().find("tree/sub/b.txt (encrypted)\n"), std::string::npos) << Output();
+    EXPECT_NE(Output().find(" c.txt\n"), std::string::npos) << Output();
+    EXPECT_EQ(Run("zip extract " + Quoted("a.zip") + " -d " + Quoted("out") + " --password wrong"), 1);
+    EXPECT_NE(Errors().find("error opening password protected file"), std::string::npos) << Errors();
+    ASSERT_EQ(Run("zip extract " + Quoted("a.zip") + " -d " + Quoted("out") + " --password secret --overwrite"), 0)
+        << Errors();
+    EXPECT_EQ(Read(PathOf("out/tree/sub/b.txt")), "B");
+    EXPECT_EQ(Read(PathOf("out/c.txt")), "C");
+    EXPECT_EQ(Run("zip create " + Quoted("a.zip") + " " + Quoted("missing")), 1);
+    EXPECT_EQ(Run("zip list " + Quoted("a.zip")), 0) << "a failed create leaves the old archive";
+    EXPECT_EQ(Run("zip frobnicate " + Quoted("a.zip")), 2);
+    for (const char* name : {"tree", "out", "a.zip", "c.txt"}) std::filesystem::remove_all(PathOf(name));
+}
+
+TEST_F(ZipCommand, RefusedArchivesExitTwoNamingTheEntry) {
+#ifndef _WIN32
+    if (std::system("command -v python3 >/dev/null 2>&1") != 0) GTEST_SKIP() << "python3 missing";
+    std::string make = "python3 -c \"import zipfile\nwith zipfile.ZipFile('" + PathOf("slip.zip") +
+                       "','w') as z: z.writestr('../evil.txt','x')\"";
+    ASSERT_EQ(std::system(make.c_str()), 0);
+    EXPECT_EQ(Run("zip extract " + Quoted("slip.zip") + " -d " + Quoted("out")), 2);
+    EXPECT_NE(Errors().find("entry name leaves the destination folder: ../evil.txt"), std::string::npos) << Errors();
+    EXPECT_FALSE(std::filesystem::exists(Folder() / "evil.txt"));
+    std::filesystem::remove(PathOf("slip.zip"));
+#endif
+}
