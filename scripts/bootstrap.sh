@@ -6,11 +6,15 @@ set -euo pipefail
 
 packages_for() {
     case "$1" in
-        test)  echo "cmake make g++ pkg-config zlib1g-dev libminizip-dev libexpat1-dev libgtest-dev libgmock-dev" ;;
-        bench) packages_for test; echo "libbenchmark-dev libspdlog-dev libinih-dev" ;;
+        # zip, unzip and python3: archives made by other tools (tests/zip); python3,
+        # iso-codes and xkb-data: large XML files written elsewhere, and a
+        # second parser to compare with (tests/xml).
+        test)  echo "cmake make g++ pkg-config zlib1g-dev libminizip-dev libexpat1-dev libgtest-dev libgmock-dev zip unzip python3 iso-codes xkb-data" ;;
+        bench) packages_for test; echo "libbenchmark-dev libspdlog-dev libinih-dev libpugixml-dev" ;;
         fuzz)  packages_for test; echo "clang libclang-rt-14-dev" ;;
-        # The MinGW-w64 cross build, GoogleTest's sources for it, and Wine to run it.
-        windows) echo "cmake make g++-mingw-w64-x86-64-posix googletest wine wine64" ;;
+        # The MinGW-w64 cross build, GoogleTest's sources for it, Wine to run it,
+        # and what building Debian source packages for MinGW takes.
+        windows) echo "cmake make g++-mingw-w64-x86-64-posix googletest wine wine64 dpkg-dev libexpat1-dev" ;;
         *) echo "bootstrap: unknown set '$1'" >&2; exit 2 ;;
     esac
 }
@@ -21,13 +25,25 @@ for set in "${@:-test}"; do
     wanted+=("${list[@]}")
 done
 
+# Libraries Debian has no MinGW package of, built from its source packages.
+mingw_libraries() {
+    for set in "${@:-test}"; do
+        if [ "$set" = windows ]; then
+            "$(dirname "$0")/build-mingw-deps.sh" expat
+        fi
+    done
+}
+
 missing=()
 for package in "${wanted[@]}"; do
     if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then
         missing+=("$package")
     fi
 done
-[ ${#missing[@]} -eq 0 ] && exit 0
+if [ ${#missing[@]} -eq 0 ]; then
+    mingw_libraries "$@"
+    exit 0
+fi
 
 if [ "$(id -u)" -ne 0 ]; then
     echo "bootstrap: missing packages: ${missing[*]} (run as root, or install them)" >&2
@@ -37,3 +53,4 @@ echo "bootstrap: installing ${missing[*]}" >&2
 export DEBIAN_FRONTEND=noninteractive
 apt-get update -qq >/dev/null
 apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+mingw_libraries "$@"
