@@ -64,7 +64,27 @@ int main(int argc, char** argv) {
     zel_core::logFlush();
     good &= Check(zel_core::logFilePath().Find(ZW("/data/")) >= 0, "log in the data folder");
 
-    // 4. Settings: a table of sections and keys, saved atomically and loaded back.
+    // 4. Strings and files: wide text (UTF-16 everywhere) to a code page and
+    // back, a whole file written at once, and read line by line whatever its
+    // byte-order mark.
+    CZelStringW city(ZW("K\u00f6ln"));
+    CZelStringA latin1(city.GetString(), 1252);  // "K\xF6ln", one byte per character
+    good &= Check(latin1.GetLength() == 4 && CZelStringW(latin1.GetString(), 1252) == city, "code page 1252 round trip");
+    CZelStringW notesPath = zel::folders::GetDataFolder() + ZW("/notes.txt");
+    const char notes[] = "\xEF\xBB\xBFfirst line\r\nK\xC3\xB6ln\n";
+    good &= Check(zel_fs::WriteFile(notesPath.GetString(), notes, sizeof notes - 1, true), "text file written");
+    zel_fs::CTextFile text;
+    CZelStringW line, lastLine;
+    int lines = 0;
+    if (text.Open(notesPath)) {
+        while (text.ReadLine(line)) {
+            ++lines;
+            lastLine = line;
+        }
+    }
+    good &= Check(lines == 2 && lastLine == city, "text file read line by line");
+
+    // 5. Settings: a table of sections and keys, saved atomically and loaded back.
     CZelStringW settingsPath = zel::folders::GetDataFolder() + ZW("/job.ini");
     zel_settings::IniSections settings;
     settings[ZW("Job")][ZW("Name")] = ZW("Survey \u00e9t\u00e9");
@@ -73,7 +93,7 @@ int main(int argc, char** argv) {
     zel_settings::IniSections loaded;
     good &= Check(zel_settings::LoadIniFile(settingsPath, loaded) && loaded == settings, "settings read back");
 
-    // 5. XML: write three records, then stream them back one subtree at a time.
+    // 6. XML: write three records, then stream them back one subtree at a time.
     CZelStringW xmlPath = zel::folders::GetDataFolder() + ZW("/points.xml");
     {
         zel::XmlWriter writer(xmlPath);
@@ -98,7 +118,7 @@ int main(int argc, char** argv) {
     good &= Check(parser.ParseWholeFile(xmlPath, zel::XmlExpatParser::kDefaultBlockSize, &error) && idSum == 6,
                   "XML records read");
 
-    // 6. Zip: the logs folder into one archive, then listed back.
+    // 7. Zip: the logs folder into one archive, then listed back.
     CZelStringW zipPath = folder + ZW("/logs.zip");
     zel_zip::CZipArchive zip;
     good &= Check(zip.Open(zipPath.GetString(), 0) &&
