@@ -25,7 +25,7 @@
 namespace zel_win32 {
 /// @name Exception codes
 //@{
-/// Win32 codes of structured exceptions: access violation, page-in error,
+/// A Win32 code of a structured exception. Access violation, page-in error,
 /// illegal instruction, floating-point faults (divide by zero, invalid
 /// operation, overflow, stack check), integer divide by zero and overflow,
 /// privileged instruction, stack overflow.
@@ -45,7 +45,7 @@ namespace zel_win32 {
 #define EXCEPTION_MAXIMUM_PARAMETERS 15
 /// @name Filter results
 //@{
-/// What an exception filter decides: run the guard's handler, or let the
+/// What an exception filter decides. Run the guard's handler, or let the
 /// fault go on as if unguarded.
 #define EXCEPTION_EXECUTE_HANDLER 1
 #define EXCEPTION_CONTINUE_SEARCH 0

@@ -19,7 +19,7 @@
 namespace zel_win32 {
 /// @name Creation dispositions
 //@{
-/// What CreateFileW does when the file exists or not: CREATE_NEW fails if it
+/// A creation disposition of CreateFileW. CREATE_NEW fails if the file
 /// exists; CREATE_ALWAYS creates or truncates; OPEN_EXISTING fails if it is
 /// missing; OPEN_ALWAYS opens or creates; TRUNCATE_EXISTING opens and empties.
 #define CREATE_NEW 1
@@ -31,7 +31,7 @@ namespace zel_win32 {
 
 /// @name Access rights
 //@{
-/// The desiredAccess bits of CreateFileW: GENERIC_READ and GENERIC_WRITE for
+/// An access right of CreateFileW. GENERIC_READ and GENERIC_WRITE for
 /// data, GENERIC_EXECUTE, GENERIC_ALL, and the specific FILE_* rights.
 #define GENERIC_READ 0x80000000u
 #define GENERIC_WRITE 0x40000000u
@@ -46,8 +46,8 @@ namespace zel_win32 {
 
 /// @name Share modes
 //@{
-/// What other openers may do while the file is open (read, write, delete);
-/// accepted but not enforced on POSIX.
+/// A share mode: what other openers may do while the file is open (read,
+/// write, delete). Accepted but not enforced on POSIX.
 #define FILE_SHARE_READ 0x1u
 #define FILE_SHARE_WRITE 0x2u
 #define FILE_SHARE_DELETE 0x4u
@@ -55,7 +55,7 @@ namespace zel_win32 {
 
 /// @name File attributes
 //@{
-/// Attribute bits of GetFileAttributesW, WIN32_FIND_DATAW and CreateFileW:
+/// A file attribute bit. Used by GetFileAttributesW, WIN32_FIND_DATAW and CreateFileW:
 /// read-only, hidden, system, folder, archive, device, normal (none of the
 /// others), temporary, reparse point (a symbolic link).
 #define FILE_ATTRIBUTE_READONLY 0x1u
@@ -71,9 +71,9 @@ namespace zel_win32 {
 
 /// @name File flags
 //@{
-/// The flag bits of CreateFileW's flagsAndAttributes (write-through, overlapped,
+/// A flag bit of CreateFileW's flagsAndAttributes. Write-through, overlapped,
 /// unbuffered, access-pattern hints, delete on close, and backup semantics,
-/// which lets CreateFileW open a folder).
+/// which lets CreateFileW open a folder.
 #define FILE_FLAG_WRITE_THROUGH 0x80000000u
 #define FILE_FLAG_OVERLAPPED 0x40000000u
 #define FILE_FLAG_NO_BUFFERING 0x20000000u
@@ -93,8 +93,8 @@ namespace zel_win32 {
 
 /// @name Failure sentinels
 //@{
-/// The failure results of SetFilePointer, GetFileSize and GetFileAttributesW
-/// (for the first two, a failure only when the last error is not 0).
+/// The failure result of SetFilePointer, GetFileSize or GetFileAttributesW.
+/// For the first two, a failure only when the last error is not 0.
 #define INVALID_SET_FILE_POINTER ((DWORD)-1)
 #define INVALID_FILE_SIZE ((DWORD)0xFFFFFFFF)
 #define INVALID_FILE_ATTRIBUTES ((DWORD)-1)

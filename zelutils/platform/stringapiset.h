@@ -18,8 +18,9 @@
 namespace zel_win32 {
 /// @name Code pages and limits
 //@{
-/// CP_ACP and CP_OEMCP stand for the process's ANSI and OEM code pages, CP_UTF8
-/// for UTF-8; MAX_LEADBYTES and MAX_DEFAULTCHAR size the arrays of CPINFO.
+/// A code-page number or a CPINFO array size. CP_ACP and CP_OEMCP stand for
+/// the process's ANSI and OEM code pages, CP_UTF8 for UTF-8; MAX_LEADBYTES
+/// and MAX_DEFAULTCHAR size the arrays of CPINFO.
 #define CP_ACP 0
 #define CP_OEMCP 1
 #define CP_UTF8 65001

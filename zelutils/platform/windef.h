@@ -17,9 +17,9 @@
 
 /// @name Integer types
 //@{
-/// Win32's integer types, with Win32's widths on every platform (BYTE 8 bits,
-/// WORD 16, DWORD, LONG, ULONG, INT and BOOL 32, LONGLONG and DWORD64 64; the
-/// *_PTR types and SIZE_T are pointer-sized; HRESULT is a signed 32-bit status).
+/// Win32's integer types, as wide as on Windows. BYTE is 8 bits, WORD 16,
+/// DWORD, LONG, ULONG, INT and BOOL 32, LONGLONG and DWORD64 64; the *_PTR
+/// types and SIZE_T are pointer-sized; HRESULT is a signed 32-bit status.
 typedef std::uint8_t BYTE;
 typedef std::uint16_t WORD;
 typedef std::uint32_t DWORD;
@@ -45,8 +45,8 @@ typedef LONG HRESULT;
 
 /// @name Handles
 //@{
-/// Opaque handles: HANDLE for kernel objects (files, events, threads, ...),
-/// HINSTANCE/HMODULE for a loaded module, HWND for a window; P/LP forms point to one.
+/// Opaque handles. HANDLE is a kernel object (file, event, thread, ...),
+/// HINSTANCE/HMODULE a loaded module, HWND a window; P/LP forms point to one.
 typedef void* HANDLE;
 typedef HANDLE* PHANDLE;
 typedef HANDLE* LPHANDLE;
@@ -57,7 +57,7 @@ typedef struct HWND__* HWND;
 
 /// @name Pointer and string types
 //@{
-/// Win32's pointer aliases: P/LP is a pointer, LPC a pointer to const; STR is
+/// Win32's pointer aliases. P/LP is a pointer, LPC a pointer to const; STR is
 /// narrow (char) text, WSTR and OLESTR UTF-16 (WCHAR) text; BSTR is a
 /// length-prefixed UTF-16 string owned by SysAllocString/SysFreeString.
 typedef void VOID;
@@ -80,7 +80,8 @@ typedef const OLECHAR* LPCOLESTR;
 
 /// @name Constants and macros
 //@{
-/// TRUE/FALSE for BOOL; MAX_PATH, the classic path limit in characters;
+/// Win32's constants and word macros. TRUE/FALSE for BOOL; MAX_PATH, the
+/// classic path limit in characters;
 /// INVALID_HANDLE_VALUE, the failure result of CreateFileW and friends;
 /// MAKELONG/LOWORD/HIWORD pack and unpack two 16-bit halves; MAKEINTRESOURCEW
 /// turns a numeric resource id into a resource name.
@@ -176,9 +177,8 @@ typedef union _ULARGE_INTEGER {
 // Error numbers (winerror.h subset).
 /// @name Error numbers
 //@{
-/// Win32 error numbers as GetLastError returns them, with Win32's values and
-/// meanings (ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED, ...); FormatMessageW
-/// gives their text.
+/// A Win32 error number, as GetLastError returns it. Values and meanings are
+/// Win32's; FormatMessageW gives their text.
 #define ERROR_SUCCESS 0L
 #define NO_ERROR 0L
 #define ERROR_INVALID_FUNCTION 1L
@@ -233,8 +233,8 @@ typedef union _ULARGE_INTEGER {
 
 /// @name COM status codes
 //@{
-/// HRESULT values: S_OK success; E_FAIL unspecified failure; E_OUTOFMEMORY and
-/// E_INVALIDARG as their names say.
+/// An HRESULT value. S_OK is success; E_FAIL an unspecified failure;
+/// E_OUTOFMEMORY and E_INVALIDARG as their names say.
 #define S_OK ((HRESULT)0L)
 #define E_FAIL ((HRESULT)0x80004005L)
 #define E_OUTOFMEMORY ((HRESULT)0x8007000EL)

@@ -21,7 +21,7 @@ namespace zel_win32 {
 // Buttons (the type word's low four bits).
 /// @name Buttons
 //@{
-/// The set of buttons of a message box: OK; OK and Cancel; Abort, Retry and
+/// A set of buttons of a message box. OK; OK and Cancel; Abort, Retry and
 /// Ignore; Yes, No and Cancel; Yes and No; Retry and Cancel; Cancel, Try Again
 /// and Continue.
 #define MB_OK 0x00000000L
@@ -35,7 +35,7 @@ namespace zel_win32 {
 // Icons.
 /// @name Icons
 //@{
-/// The icon of a message box: stop (hand, error), question mark, exclamation
+/// The icon of a message box. Stop (hand, error), question mark, exclamation
 /// (warning), information (asterisk), or the caller's own; aliases share a value.
 #define MB_ICONHAND 0x00000010L
 #define MB_ICONQUESTION 0x00000020L
@@ -59,9 +59,9 @@ namespace zel_win32 {
 // Modality and placement.
 /// @name Modality, placement and masks
 //@{
-/// Win32's modality and window-placement bits, which boxes on POSIX ignore,
-/// and the masks of the type word's fields (buttons, icon, default button,
-/// modality, the rest).
+/// A modality or window-placement bit, or a mask of the type word's fields.
+/// Boxes on POSIX ignore the bits; the masks select the buttons, icon,
+/// default button, modality and the rest.
 #define MB_APPLMODAL 0x00000000L
 #define MB_SYSTEMMODAL 0x00001000L
 #define MB_TASKMODAL 0x00002000L
@@ -83,7 +83,7 @@ namespace zel_win32 {
 // The button a message box returns.
 /// @name Button identifiers
 //@{
-/// The button a message box returns: OK, Cancel, Abort, Retry, Ignore, Yes,
+/// The button a message box returns. OK, Cancel, Abort, Retry, Ignore, Yes,
 /// No, Close, Help, Try Again, Continue.
 #define IDOK 1
 #define IDCANCEL 2
