@@ -2,6 +2,7 @@
 BUILD      ?= build
 BENCH_BUILD ?= build-bench
 WINDOWS_BUILD ?= build-windows
+DOCS_BUILD ?= build-docs
 SANITIZE   ?=
 WERROR     ?= OFF
 PREFIX     ?= /usr/local
@@ -12,7 +13,7 @@ MAKEFLAGS += --no-print-directory
 
 CONFIGURE = cmake -S . -B $(BUILD) -DZEL_SANITIZE=$(SANITIZE) -DZEL_WERROR=$(WERROR) $(CMAKE_ARGS)
 
-.PHONY: all bootstrap build demo test test-large test-windows bench fuzz install clean
+.PHONY: all bootstrap build demo test test-large test-windows bench fuzz docs install clean
 
 all: build
 
@@ -64,8 +65,15 @@ fuzz:
 		tail -n 6 $$work.log; [ $$status -eq 0 ] || { echo "fuzz: $$name failed, see $$work.log"; exit 1; }; \
 	done
 
+# The API reference of the public headers (HTML in $(DOCS_BUILD)/html); any
+# Doxygen warning, an undocumented declaration included, fails the run.
+docs:
+	@scripts/bootstrap.sh docs
+	@mkdir -p $(DOCS_BUILD)
+	@ZEL_DOCS_OUTPUT=$(DOCS_BUILD) doxygen docs/Doxyfile
+
 install: build
 	@cmake --install $(BUILD) --prefix $(PREFIX)
 
 clean:
-	@rm -rf $(BUILD) $(BENCH_BUILD) $(WINDOWS_BUILD)
+	@rm -rf $(BUILD) $(BENCH_BUILD) $(WINDOWS_BUILD) $(DOCS_BUILD)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build needs, only those that are missing.
-# Usage: scripts/bootstrap.sh [test|bench|fuzz|windows]...   (default: test)
+# Usage: scripts/bootstrap.sh [test|bench|fuzz|windows|docs]...   (default: test)
 # Quiet when everything is present; idempotent.
 set -euo pipefail
 
@@ -15,6 +15,8 @@ packages_for() {
         # The MinGW-w64 cross build, GoogleTest's sources for it, Wine to run it,
         # and what building Debian source packages for MinGW takes.
         windows) echo "cmake make g++-mingw-w64-x86-64-posix googletest wine wine64 dpkg-dev libexpat1-dev" ;;
+        # The API reference (make docs).
+        docs)  echo "doxygen" ;;
         *) echo "bootstrap: unknown set '$1'" >&2; exit 2 ;;
     esac
 }

@@ -12,6 +12,9 @@
 #define ZEL_API __declspec(dllimport)
 #endif
 #else
+/// Marks a class or function as part of the library's exported interface
+/// (default visibility on POSIX, dllexport/dllimport on Windows, nothing for a
+/// static build).
 #define ZEL_API __attribute__((visibility("default")))
 #endif
 

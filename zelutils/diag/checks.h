@@ -18,10 +18,16 @@ namespace zel_core {
 /// The library's general exception: a message and nothing more.
 class ZEL_API runtime_exception : public std::runtime_error {
 public:
+    ///@{
+    /// An exception whose what() is message.
     explicit runtime_exception(const std::string& message);
     explicit runtime_exception(const char* message);
+    ///@}
+    ///@{
+    /// Copies the message.
     runtime_exception(const runtime_exception&) = default;
     runtime_exception& operator=(const runtime_exception&) = default;
+    ///@}
     ~runtime_exception() override;
 };
 

@@ -148,16 +148,22 @@ private:
     std::vector<char> narrowScratch_;
 };
 
+///@{
 /// printf-style lines at level 7 (wide and narrow formats).
 ZEL_API void logPrintfW(const WCHAR* format, ...);
 ZEL_API void logVPrintfW(const WCHAR* format, va_list args);
 ZEL_API void logPrintf(const char* format, ...);
+///@}
+///@{
 /// printf-style lines at level 6: accepted and dropped.
 ZEL_API void logPrintfLowW(const WCHAR* format, ...);
 ZEL_API void logPrintfLow(const char* format, ...);
+///@}
+///@{
 /// printf-style lines at the level of a category (0-3: 7, others: 6).
 ZEL_API void logPrintfCatW(unsigned category, const WCHAR* format, ...);
 ZEL_API void logPrintfCat(unsigned category, const char* format, ...);
+///@}
 /// One line: the narrow prefix, then each byte of data as the character of
 /// the same value, a zero byte as the two characters '\' and '0'.
 ZEL_API void logBytes(const char* prefix, const void* data, std::size_t count);

@@ -37,15 +37,25 @@ public:
     /// Replaces the geoids folder.
     virtual void SetGeoidsFolder(const zel_text::CZelStringW& path);
 
+    /// The running program's full path (program folder, "/", file name).
     const zel_text::CZelStringW& ProgramFilePath() const { return programFilePath_; }
+    /// The folder the program is taken to lie in.
     const zel_text::CZelStringW& ProgramFolder() const { return programFolder_; }
+    /// The folder for the application's data.
     const zel_text::CZelStringW& DataFolder() const { return dataFolder_; }
+    /// The application's folder: the program's folder at start.
     const zel_text::CZelStringW& ApplicationFolder() const { return applicationFolder_; }
+    /// The folder for work files.
     const zel_text::CZelStringW& WorkFolder() const { return workFolder_; }
+    /// The geoids folder: the program folder's "geoids" unless set.
     const zel_text::CZelStringW& GeoidsFolder() const { return geoidsFolder_; }
+    /// The geodetic data folder: the program folder's "geo" unless set.
     const zel_text::CZelStringW& GeoFolder() const { return geoFolder_; }
+    /// The work folder ResetWorkFolder returns to.
     const zel_text::CZelStringW& DefaultWorkFolder() const { return defaultWorkFolder_; }
+    /// The data folder as first set: the program's folder unless a host set it.
     const zel_text::CZelStringW& DefaultDataFolder() const { return defaultDataFolder_; }
+    /// The program folder as first set: the program's folder unless a host set it.
     const zel_text::CZelStringW& DefaultProgramFolder() const { return defaultProgramFolder_; }
 
 private:
@@ -67,6 +77,7 @@ private:
 /// The process's builder, made on first use.
 ZEL_API ApplicationFileNameBuilder& GetApplicationFileNameBuilder();
 
+///@{
 /// Copies of the builder's folders.
 ZEL_API zel_text::CZelStringW GetProgramFilePath();
 ZEL_API zel_text::CZelStringW GetProgramFolder();
@@ -75,6 +86,7 @@ ZEL_API zel_text::CZelStringW GetApplicationFolder();
 ZEL_API zel_text::CZelStringW GetWorkFolder();
 ZEL_API zel_text::CZelStringW GetGeoidsFolder();
 ZEL_API zel_text::CZelStringW GetGeoFolder();
+///@}
 
 /// A further folder the host may keep here (empty at start).
 ZEL_API zel_text::CZelStringW GetExtraFolder();

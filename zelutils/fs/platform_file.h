@@ -66,13 +66,18 @@ constexpr int FOE_ACCESS_DENIED = -5;      ///< ERROR_ACCESS_DENIED (5)
 /// What file_stat reports about an open file. Times are seconds since
 /// 1970-01-01 UTC.
 struct file_info {
+    /// The file's size in bytes.
     std::uint64_t size = 0;
+    /// True for a folder.
     bool isDirectory = false;
     /// Always false; kept so the record keeps its shape for its users.
     bool reserved = false;
+    ///@{
+    /// Last write, last access and creation times (truncated to 32 bits).
     std::int32_t lastWriteTime = 0;
     std::int32_t lastAccessTime = 0;
     std::int32_t creationTime = 0;
+    ///@}
 };
 
 /// Seconds since 1970 as a file time (100-nanosecond ticks since 1601).
@@ -172,13 +177,16 @@ public:
     /// Moves the file pointer (whence 0 begin, 1 current, 2 end) and returns
     /// the new position.
     std::uint64_t Seek(std::int64_t offset, int whence);
+    /// Moves the file pointer to the start; returns 0.
     std::uint64_t SeekToBegin() { return Seek(0, 0); }
+    /// Moves the file pointer to the end; returns the size.
     std::uint64_t SeekToEnd() { return Seek(0, 2); }
     /// The size of the file.
     std::uint64_t GetSize();
     /// Cuts or extends the file to size and leaves the file pointer there.
     void SetSize(std::uint64_t size);
 
+    /// The file, opened and closed by the caller.
     HANDLE handle = INVALID_HANDLE_VALUE;
 };
 

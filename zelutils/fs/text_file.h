@@ -22,10 +22,13 @@ namespace zel_fs {
 /// A read-only text file consumed line by line. One object serves one thread.
 class ZEL_API CTextFile {
 public:
+    ///@{
     /// The code pages GetCodePage reports for a file with a byte-order mark.
     static constexpr UINT kUtf8 = 65001;
     static constexpr UINT kUtf16 = 1200;
     static constexpr UINT kUtf32 = 12000;
+    ///@}
+    /// The block buffer's size when none is given.
     static constexpr int kDefaultBufferSize = 512;
     /// The largest block buffer; larger sizes are taken as this.
     static constexpr int kMaxBufferSize = 16 * 1024 * 1024;
@@ -73,6 +76,7 @@ public:
     /// The code page of a file without a byte-order mark (CP_ACP unless set).
     /// May be changed at any time; it applies from the next line read.
     void SetNarrowCodePage(UINT codePage) { narrowCodePage_ = codePage; }
+    /// The code page of a file without a byte-order mark (see SetNarrowCodePage).
     UINT GetNarrowCodePage() const { return narrowCodePage_; }
     /// Size and times of the open file, taken at Open (all zero when the
     /// platform could not tell).

@@ -23,6 +23,12 @@
 
 #ifndef _WIN32
 namespace zel_win32 {
+/// @name Exception codes
+//@{
+/// A Win32 code of a structured exception. Access violation, page-in error,
+/// illegal instruction, floating-point faults (divide by zero, invalid
+/// operation, overflow, stack check), integer divide by zero and overflow,
+/// privileged instruction, stack overflow.
 #define EXCEPTION_ACCESS_VIOLATION 0xC0000005u
 #define EXCEPTION_IN_PAGE_ERROR 0xC0000006u
 #define EXCEPTION_ILLEGAL_INSTRUCTION 0xC000001Du
@@ -34,28 +40,54 @@ namespace zel_win32 {
 #define EXCEPTION_INT_OVERFLOW 0xC0000095u
 #define EXCEPTION_PRIV_INSTRUCTION 0xC0000096u
 #define EXCEPTION_STACK_OVERFLOW 0xC00000FDu
+//@}
+/// Capacity of EXCEPTION_RECORD::ExceptionInformation.
 #define EXCEPTION_MAXIMUM_PARAMETERS 15
+/// @name Filter results
+//@{
+/// What an exception filter decides. Run the guard's handler, or let the
+/// fault go on as if unguarded.
 #define EXCEPTION_EXECUTE_HANDLER 1
 #define EXCEPTION_CONTINUE_SEARCH 0
+//@}
 
 /// What a fault was: the Win32 code, where it happened and, for an access
 /// violation, {0 read / 1 write / 8 execute, the address touched}.
 typedef struct _EXCEPTION_RECORD {
+    ///@{
+    /// The exception code, its flags, a chained record (null here), the address
+    /// of the faulting instruction, how many ExceptionInformation words are used,
+    /// and those words.
     DWORD ExceptionCode;
     DWORD ExceptionFlags;
     struct _EXCEPTION_RECORD* ExceptionRecord;
     PVOID ExceptionAddress;
     DWORD NumberParameters;
     ULONG_PTR ExceptionInformation[EXCEPTION_MAXIMUM_PARAMETERS];
+    ///@}
 } EXCEPTION_RECORD, *PEXCEPTION_RECORD;
+/// @typedef EXCEPTION_RECORD
+/// See _EXCEPTION_RECORD.
+/// @typedef PEXCEPTION_RECORD
+/// Pointer to an EXCEPTION_RECORD.
 
 /// The processor state at the fault; its layout is the platform's own.
+/// @typedef PCONTEXT
+/// Pointer to a CONTEXT.
 typedef struct _CONTEXT CONTEXT, *PCONTEXT;
 
+/// What a filter receives about a fault: its record and the processor state.
 typedef struct _EXCEPTION_POINTERS {
+    ///@{
+    /// The fault's record and the processor state at the fault.
     PEXCEPTION_RECORD ExceptionRecord;
     PCONTEXT ContextRecord;
+    ///@}
 } EXCEPTION_POINTERS, *PEXCEPTION_POINTERS;
+/// @typedef EXCEPTION_POINTERS
+/// See _EXCEPTION_POINTERS.
+/// @typedef PEXCEPTION_POINTERS
+/// Pointer to an EXCEPTION_POINTERS.
 
 /// The calling thread's last error number.
 ZEL_API DWORD GetLastError();

@@ -17,12 +17,22 @@
 
 #ifndef _WIN32
 namespace zel_win32 {
+/// @name Creation dispositions
+//@{
+/// A creation disposition of CreateFileW. CREATE_NEW fails if the file
+/// exists; CREATE_ALWAYS creates or truncates; OPEN_EXISTING fails if it is
+/// missing; OPEN_ALWAYS opens or creates; TRUNCATE_EXISTING opens and empties.
 #define CREATE_NEW 1
 #define CREATE_ALWAYS 2
 #define OPEN_EXISTING 3
 #define OPEN_ALWAYS 4
 #define TRUNCATE_EXISTING 5
+//@}
 
+/// @name Access rights
+//@{
+/// An access right of CreateFileW. GENERIC_READ and GENERIC_WRITE for
+/// data, GENERIC_EXECUTE, GENERIC_ALL, and the specific FILE_* rights.
 #define GENERIC_READ 0x80000000u
 #define GENERIC_WRITE 0x40000000u
 #define GENERIC_EXECUTE 0x20000000u
@@ -32,11 +42,22 @@ namespace zel_win32 {
 #define FILE_APPEND_DATA 0x0004u
 #define FILE_READ_ATTRIBUTES 0x0080u
 #define FILE_WRITE_ATTRIBUTES 0x0100u
+//@}
 
+/// @name Share modes
+//@{
+/// A share mode: what other openers may do while the file is open (read,
+/// write, delete). Accepted but not enforced on POSIX.
 #define FILE_SHARE_READ 0x1u
 #define FILE_SHARE_WRITE 0x2u
 #define FILE_SHARE_DELETE 0x4u
+//@}
 
+/// @name File attributes
+//@{
+/// A file attribute bit. Used by GetFileAttributesW, WIN32_FIND_DATAW and CreateFileW:
+/// read-only, hidden, system, folder, archive, device, normal (none of the
+/// others), temporary, reparse point (a symbolic link).
 #define FILE_ATTRIBUTE_READONLY 0x1u
 #define FILE_ATTRIBUTE_HIDDEN 0x2u
 #define FILE_ATTRIBUTE_SYSTEM 0x4u
@@ -46,7 +67,13 @@ namespace zel_win32 {
 #define FILE_ATTRIBUTE_NORMAL 0x80u
 #define FILE_ATTRIBUTE_TEMPORARY 0x100u
 #define FILE_ATTRIBUTE_REPARSE_POINT 0x400u
+//@}
 
+/// @name File flags
+//@{
+/// A flag bit of CreateFileW's flagsAndAttributes. Write-through, overlapped,
+/// unbuffered, access-pattern hints, delete on close, and backup semantics,
+/// which lets CreateFileW open a folder.
 #define FILE_FLAG_WRITE_THROUGH 0x80000000u
 #define FILE_FLAG_OVERLAPPED 0x40000000u
 #define FILE_FLAG_NO_BUFFERING 0x20000000u
@@ -54,35 +81,77 @@ namespace zel_win32 {
 #define FILE_FLAG_SEQUENTIAL_SCAN 0x08000000u
 #define FILE_FLAG_DELETE_ON_CLOSE 0x04000000u
 #define FILE_FLAG_BACKUP_SEMANTICS 0x02000000u
+//@}
 
+/// @name Move methods
+//@{
+/// Origin of a SetFilePointer move: the start of the file, the current position, the end.
 #define FILE_BEGIN 0
 #define FILE_CURRENT 1
 #define FILE_END 2
+//@}
 
+/// @name Failure sentinels
+//@{
+/// The failure result of SetFilePointer, GetFileSize or GetFileAttributesW.
+/// For the first two, a failure only when the last error is not 0.
 #define INVALID_SET_FILE_POINTER ((DWORD)-1)
 #define INVALID_FILE_SIZE ((DWORD)0xFFFFFFFF)
 #define INVALID_FILE_ATTRIBUTES ((DWORD)-1)
+//@}
 
+/// Security attributes for created objects. Only bInheritHandle has an effect,
+/// and on POSIX none has; the library passes null.
 typedef struct _SECURITY_ATTRIBUTES {
+    ///@{
+    /// Size of the structure, security descriptor, whether child processes inherit the handle.
     DWORD nLength;
     LPVOID lpSecurityDescriptor;
     BOOL bInheritHandle;
+    ///@}
 } SECURITY_ATTRIBUTES, *PSECURITY_ATTRIBUTES, *LPSECURITY_ATTRIBUTES;
+/// @typedef SECURITY_ATTRIBUTES
+/// See _SECURITY_ATTRIBUTES.
+/// @typedef PSECURITY_ATTRIBUTES
+/// Pointer to a SECURITY_ATTRIBUTES.
+/// @typedef LPSECURITY_ATTRIBUTES
+/// Pointer to a SECURITY_ATTRIBUTES.
 
+/// State of an asynchronous I/O on Windows; on POSIX every I/O is synchronous
+/// and ReadFile/WriteFile reject it.
 typedef struct _OVERLAPPED {
+    ///@{
+    /// Win32's fields: status and byte count of the I/O, the file offset it
+    /// starts at, and the event set when it completes.
     ULONG_PTR Internal;
     ULONG_PTR InternalHigh;
     union {
+        ///@{
+        /// The file offset (low and high 32 bits), or a pointer in its place.
         struct {
+            ///@{
+            /// Low and high 32 bits of the offset.
             DWORD Offset;
             DWORD OffsetHigh;
+            ///@}
         } s;
         PVOID Pointer;
+        ///@}
     } u;
     HANDLE hEvent;
+    ///@}
 } OVERLAPPED, *LPOVERLAPPED;
+/// @typedef OVERLAPPED
+/// See _OVERLAPPED.
+/// @typedef LPOVERLAPPED
+/// Pointer to an OVERLAPPED.
 
+/// What GetFileInformationByHandle reports about an open file.
 typedef struct _BY_HANDLE_FILE_INFORMATION {
+    ///@{
+    /// Attributes, creation, last-access and last-write times, volume serial
+    /// number, size (high and low 32 bits), number of hard links, and the file
+    /// index (high and low 32 bits) that identifies the file on its volume.
     DWORD dwFileAttributes;
     FILETIME ftCreationTime;
     FILETIME ftLastAccessTime;
@@ -93,9 +162,19 @@ typedef struct _BY_HANDLE_FILE_INFORMATION {
     DWORD nNumberOfLinks;
     DWORD nFileIndexHigh;
     DWORD nFileIndexLow;
+    ///@}
 } BY_HANDLE_FILE_INFORMATION, *LPBY_HANDLE_FILE_INFORMATION;
+/// @typedef BY_HANDLE_FILE_INFORMATION
+/// See _BY_HANDLE_FILE_INFORMATION.
+/// @typedef LPBY_HANDLE_FILE_INFORMATION
+/// Pointer to a BY_HANDLE_FILE_INFORMATION.
 
+/// One entry found by FindFirstFileW or FindNextFileW.
 typedef struct _WIN32_FIND_DATAW {
+    ///@{
+    /// Attributes, creation, last-access and last-write times, size (high and low
+    /// 32 bits), two reserved words, the entry's name (null-terminated, without
+    /// its folder) and its 8.3 short name (empty on POSIX).
     DWORD dwFileAttributes;
     FILETIME ftCreationTime;
     FILETIME ftLastAccessTime;
@@ -106,7 +185,14 @@ typedef struct _WIN32_FIND_DATAW {
     DWORD dwReserved1;
     WCHAR cFileName[MAX_PATH];
     WCHAR cAlternateFileName[14];
+    ///@}
 } WIN32_FIND_DATAW, *PWIN32_FIND_DATAW, *LPWIN32_FIND_DATAW;
+/// @typedef WIN32_FIND_DATAW
+/// See _WIN32_FIND_DATAW.
+/// @typedef PWIN32_FIND_DATAW
+/// Pointer to a WIN32_FIND_DATAW.
+/// @typedef LPWIN32_FIND_DATAW
+/// Pointer to a WIN32_FIND_DATAW.
 
 /// Opens or creates a file (or, with FILE_FLAG_BACKUP_SEMANTICS, a folder).
 /// On success the last error is 0, or 183 when OPEN_ALWAYS or CREATE_ALWAYS

@@ -10,8 +10,12 @@
 
 #ifndef _WIN32
 namespace zel_win32 {
+/// @name DuplicateHandle options
+//@{
+/// Close the source handle; give the new handle the source's access rights.
 #define DUPLICATE_CLOSE_SOURCE 0x00000001
 #define DUPLICATE_SAME_ACCESS 0x00000002
+//@}
 
 /// Closes any handle of the table. FALSE and error 6 for a handle that is not
 /// live; TRUE, doing nothing, for INVALID_HANDLE_VALUE, which is also the

@@ -33,9 +33,12 @@ using namespace zel_win32;
 #endif
 
 #ifndef _WIN32
+/// CreateThread flag: the thread waits for ResumeThread before it runs.
 #define CREATE_SUSPENDED 0x00000004
+/// The exit code GetExitCodeThread reports while the thread runs.
 #define STILL_ACTIVE 259
 
+/// The body of a thread: takes CreateThread's parameter and returns the exit code.
 typedef DWORD (*LPTHREAD_START_ROUTINE)(LPVOID parameter);
 
 namespace zel_win32 {

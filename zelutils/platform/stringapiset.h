@@ -16,17 +16,33 @@
 
 #ifndef _WIN32
 namespace zel_win32 {
+/// @name Code pages and limits
+//@{
+/// A code-page number or a CPINFO array size. CP_ACP and CP_OEMCP stand for
+/// the process's ANSI and OEM code pages, CP_UTF8 for UTF-8; MAX_LEADBYTES
+/// and MAX_DEFAULTCHAR size the arrays of CPINFO.
 #define CP_ACP 0
 #define CP_OEMCP 1
 #define CP_UTF8 65001
 #define MAX_LEADBYTES 12
 #define MAX_DEFAULTCHAR 2
+//@}
 
+/// What GetCPInfo reports about a code page.
 typedef struct _cpinfo {
+    ///@{
+    /// The longest character in bytes, the default character (for characters
+    /// the code page lacks), and the lead-byte ranges of a double-byte code page
+    /// (pairs of first and last byte, ending in a zero pair).
     UINT MaxCharSize;
     BYTE DefaultChar[MAX_DEFAULTCHAR];
     BYTE LeadByte[MAX_LEADBYTES];
+    ///@}
 } CPINFO, *LPCPINFO;
+/// @typedef CPINFO
+/// See _cpinfo.
+/// @typedef LPCPINFO
+/// Pointer to a CPINFO.
 
 /// Converts cbMultiByte bytes (any negative count: up to and including the
 /// NUL) of codePage text to UTF-16. Returns the units written, or needed when

@@ -7,10 +7,16 @@
 #include "zelutils/zel_api.h"
 
 #ifndef _WIN32
+/// No time limit for a wait.
 #define INFINITE 0xFFFFFFFF
+/// @name Wait results
+//@{
+/// What WaitForSingleObject returns: the object is signalled; the time ran
+/// out; the wait failed (see the last error).
 #define WAIT_OBJECT_0 0x00000000L
 #define WAIT_TIMEOUT 0x00000102L
 #define WAIT_FAILED ((DWORD)0xFFFFFFFF)
+//@}
 
 namespace zel_win32 {
 /// Waits up to milliseconds (INFINITE: without limit) for object to be

@@ -27,6 +27,10 @@ typedef struct _MEMORYSTATUS {
     SIZE_T dwTotalVirtual;  ///< the process's address space
     SIZE_T dwAvailVirtual;  ///< what of it is not mapped
 } MEMORYSTATUS, *LPMEMORYSTATUS;
+/// @typedef MEMORYSTATUS
+/// See _MEMORYSTATUS.
+/// @typedef LPMEMORYSTATUS
+/// Pointer to a MEMORYSTATUS.
 
 /// Milliseconds since an arbitrary start (boot on Windows), wrapping to 0
 /// after 2^32 - 1; compare two values by unsigned difference.

@@ -16,7 +16,9 @@
 #include <windows.h>
 #define ZW_(s) L##s
 #else
+/// A UTF-16 code unit.
 typedef char16_t WCHAR;
+/// Prefixes a literal for ZW after macro expansion of its argument.
 #define ZW_(s) u##s
 #endif
 

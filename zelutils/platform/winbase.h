@@ -7,9 +7,14 @@
 
 #ifndef _WIN32
 namespace zel_win32 {
+/// @name MoveFileExW flags
+//@{
+/// Replace an existing target; allow a copy across volumes; return only once
+/// the move has reached the disk.
 #define MOVEFILE_REPLACE_EXISTING 0x1u
 #define MOVEFILE_COPY_ALLOWED 0x2u
 #define MOVEFILE_WRITE_THROUGH 0x8u
+//@}
 
 /// Renames a file or folder; fails with 183 when the new name exists. Where
 /// the file system can, the check and the rename are one atomic step.

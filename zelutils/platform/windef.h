@@ -15,6 +15,11 @@
 #include <cstddef>
 #include <cstdint>
 
+/// @name Integer types
+//@{
+/// Win32's integer types, as wide as on Windows. BYTE is 8 bits, WORD 16,
+/// DWORD, LONG, ULONG, INT and BOOL 32, LONGLONG and DWORD64 64; the *_PTR
+/// types and SIZE_T are pointer-sized; HRESULT is a signed 32-bit status.
 typedef std::uint8_t BYTE;
 typedef std::uint16_t WORD;
 typedef std::uint32_t DWORD;
@@ -36,14 +41,25 @@ typedef std::uintptr_t ULONG_PTR;
 typedef std::uintptr_t DWORD_PTR;
 typedef std::size_t SIZE_T;
 typedef LONG HRESULT;
+//@}
 
+/// @name Handles
+//@{
+/// Opaque handles. HANDLE is a kernel object (file, event, thread, ...),
+/// HINSTANCE/HMODULE a loaded module, HWND a window; P/LP forms point to one.
 typedef void* HANDLE;
 typedef HANDLE* PHANDLE;
 typedef HANDLE* LPHANDLE;
 typedef struct HINSTANCE__* HINSTANCE;
 typedef HINSTANCE HMODULE;
 typedef struct HWND__* HWND;
+//@}
 
+/// @name Pointer and string types
+//@{
+/// Win32's pointer aliases. P/LP is a pointer, LPC a pointer to const; STR is
+/// narrow (char) text, WSTR and OLESTR UTF-16 (WCHAR) text; BSTR is a
+/// length-prefixed UTF-16 string owned by SysAllocString/SysFreeString.
 typedef void VOID;
 typedef void* PVOID;
 typedef void* LPVOID;
@@ -60,7 +76,15 @@ typedef const WCHAR* LPCWSTR;
 typedef WCHAR OLECHAR;
 typedef OLECHAR* BSTR;
 typedef const OLECHAR* LPCOLESTR;
+//@}
 
+/// @name Constants and macros
+//@{
+/// Win32's constants and word macros. TRUE/FALSE for BOOL; MAX_PATH, the
+/// classic path limit in characters;
+/// INVALID_HANDLE_VALUE, the failure result of CreateFileW and friends;
+/// MAKELONG/LOWORD/HIWORD pack and unpack two 16-bit halves; MAKEINTRESOURCEW
+/// turns a numeric resource id into a resource name.
 #ifndef TRUE
 #define TRUE 1
 #endif
@@ -73,13 +97,28 @@ typedef const OLECHAR* LPCOLESTR;
 #define LOWORD(l) ((WORD)((DWORD_PTR)(l) & 0xffff))
 #define HIWORD(l) ((WORD)((DWORD_PTR)(l) >> 16))
 #define MAKEINTRESOURCEW(i) ((LPWSTR)((ULONG_PTR)((WORD)(i))))
+//@}
 
+/// A point in time as 100-nanosecond intervals since 1601-01-01 UTC, in two 32-bit halves.
 typedef struct _FILETIME {
+    ///@{
+    /// Low and high 32 bits of the 64-bit interval count.
     DWORD dwLowDateTime;
     DWORD dwHighDateTime;
+    ///@}
 } FILETIME, *PFILETIME, *LPFILETIME;
+/// @typedef FILETIME
+/// See _FILETIME.
+/// @typedef PFILETIME
+/// Pointer to a FILETIME.
+/// @typedef LPFILETIME
+/// Pointer to a FILETIME.
 
+/// A calendar date and time broken into fields (year, month 1-12, day of week
+/// 0-6 from Sunday, day 1-31, hour, minute, second, millisecond).
 typedef struct _SYSTEMTIME {
+    ///@{
+    /// The date and time fields, as their names say.
     WORD wYear;
     WORD wMonth;
     WORD wDayOfWeek;
@@ -88,25 +127,58 @@ typedef struct _SYSTEMTIME {
     WORD wMinute;
     WORD wSecond;
     WORD wMilliseconds;
+    ///@}
 } SYSTEMTIME, *PSYSTEMTIME, *LPSYSTEMTIME;
+/// @typedef SYSTEMTIME
+/// See _SYSTEMTIME.
+/// @typedef PSYSTEMTIME
+/// Pointer to a SYSTEMTIME.
+/// @typedef LPSYSTEMTIME
+/// Pointer to a SYSTEMTIME.
 
+/// A signed 64-bit integer, readable whole or as two 32-bit halves.
 typedef union _LARGE_INTEGER {
+    ///@{
+    /// The two halves (u.LowPart, u.HighPart) and the whole value (QuadPart).
     struct {
+        ///@{
+        /// Low (unsigned) and high (signed) 32 bits.
         DWORD LowPart;
         LONG HighPart;
+        ///@}
     } u;
     LONGLONG QuadPart;
+    ///@}
 } LARGE_INTEGER, *PLARGE_INTEGER;
+/// @typedef LARGE_INTEGER
+/// See _LARGE_INTEGER.
+/// @typedef PLARGE_INTEGER
+/// Pointer to a LARGE_INTEGER.
 
+/// An unsigned 64-bit integer, readable whole or as two 32-bit halves.
 typedef union _ULARGE_INTEGER {
+    ///@{
+    /// The two halves (u.LowPart, u.HighPart) and the whole value (QuadPart).
     struct {
+        ///@{
+        /// Low and high 32 bits.
         DWORD LowPart;
         DWORD HighPart;
+        ///@}
     } u;
     ULONGLONG QuadPart;
+    ///@}
 } ULARGE_INTEGER, *PULARGE_INTEGER;
+/// @typedef ULARGE_INTEGER
+/// See _ULARGE_INTEGER.
+/// @typedef PULARGE_INTEGER
+/// Pointer to a ULARGE_INTEGER.
 
 // Error numbers (winerror.h subset).
+/// @name Error numbers
+//@{
+/// A Win32 error number, as GetLastError returns it. Values and meanings are
+/// Win32's; FormatMessageW gives their text.
 #define ERROR_SUCCESS 0L
 #define NO_ERROR 0L
 #define ERROR_INVALID_FUNCTION 1L
@@ -157,11 +229,17 @@ typedef union _ULARGE_INTEGER {
 #define ERROR_RESOURCE_TYPE_NOT_FOUND 1813L
 #define ERROR_RESOURCE_NAME_NOT_FOUND 1814L
 #define ERROR_CANT_RESOLVE_FILENAME 1921L
+//@}
 
+/// @name COM status codes
+//@{
+/// An HRESULT value. S_OK is success; E_FAIL an unspecified failure;
+/// E_OUTOFMEMORY and E_INVALIDARG as their names say.
 #define S_OK ((HRESULT)0L)
 #define E_FAIL ((HRESULT)0x80004005L)
 #define E_OUTOFMEMORY ((HRESULT)0x8007000EL)
 #define E_INVALIDARG ((HRESULT)0x80070057L)
+//@}
 #endif  // _WIN32
 
 namespace zel_platform {

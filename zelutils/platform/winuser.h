@@ -19,6 +19,11 @@
 #ifndef _WIN32
 namespace zel_win32 {
 // Buttons (the type word's low four bits).
+/// @name Buttons
+//@{
+/// A set of buttons of a message box. OK; OK and Cancel; Abort, Retry and
+/// Ignore; Yes, No and Cancel; Yes and No; Retry and Cancel; Cancel, Try Again
+/// and Continue.
 #define MB_OK 0x00000000L
 #define MB_OKCANCEL 0x00000001L
 #define MB_ABORTRETRYIGNORE 0x00000002L
@@ -26,7 +31,12 @@ namespace zel_win32 {
 #define MB_YESNO 0x00000004L
 #define MB_RETRYCANCEL 0x00000005L
 #define MB_CANCELTRYCONTINUE 0x00000006L
+//@}
 // Icons.
+/// @name Icons
+//@{
+/// The icon of a message box. Stop (hand, error), question mark, exclamation
+/// (warning), information (asterisk), or the caller's own; aliases share a value.
 #define MB_ICONHAND 0x00000010L
 #define MB_ICONQUESTION 0x00000020L
 #define MB_ICONEXCLAMATION 0x00000030L
@@ -36,12 +46,22 @@ namespace zel_win32 {
 #define MB_ICONERROR MB_ICONHAND
 #define MB_ICONINFORMATION MB_ICONASTERISK
 #define MB_ICONSTOP MB_ICONHAND
+//@}
 // Default button.
+/// @name Default button
+//@{
+/// Which of the box's buttons (first to fourth) is the default.
 #define MB_DEFBUTTON1 0x00000000L
 #define MB_DEFBUTTON2 0x00000100L
 #define MB_DEFBUTTON3 0x00000200L
 #define MB_DEFBUTTON4 0x00000300L
+//@}
 // Modality and placement.
+/// @name Modality, placement and masks
+//@{
+/// A modality or window-placement bit, or a mask of the type word's fields.
+/// Boxes on POSIX ignore the bits; the masks select the buttons, icon,
+/// default button, modality and the rest.
 #define MB_APPLMODAL 0x00000000L
 #define MB_SYSTEMMODAL 0x00001000L
 #define MB_TASKMODAL 0x00002000L
@@ -58,8 +78,13 @@ namespace zel_win32 {
 #define MB_DEFMASK 0x00000F00L
 #define MB_MODEMASK 0x00003000L
 #define MB_MISCMASK 0x0000C000L
+//@}
 
 // The button a message box returns.
+/// @name Button identifiers
+//@{
+/// The button a message box returns. OK, Cancel, Abort, Retry, Ignore, Yes,
+/// No, Close, Help, Try Again, Continue.
 #define IDOK 1
 #define IDCANCEL 2
 #define IDABORT 3
@@ -71,6 +96,7 @@ namespace zel_win32 {
 #define IDHELP 9
 #define IDTRYAGAIN 10
 #define IDCONTINUE 11
+//@}
 
 /// MessageBoxW's error for a type word whose buttons do not exist.
 #define ERROR_INVALID_MSGBOX_STYLE 1158L
@@ -95,8 +121,11 @@ using namespace zel_win32;
 namespace zel_platform {
 /// One entry of a host-registered string table.
 struct StringResource {
+    ///@{
+    /// The string's resource id and its null-terminated text.
     UINT id;
     const WCHAR* text;
+    ///@}
 };
 
 /// Registers (or replaces) the string table of module. The texts are copied.
@@ -108,8 +137,11 @@ ZEL_API void UnregisterStringTable(HMODULE module);
 /// The buttons of a message box, in the order they are shown; count is 0
 /// for a type word whose low four bits name no set of buttons.
 struct MessageBoxButtonSet {
+    ///@{
+    /// The button identifiers (IDOK, ...), left to right, and how many are used.
     int ids[3];
     int count;
+    ///@}
 };
 
 /// The buttons that the type word's MB_OK..MB_CANCELTRYCONTINUE bits ask for.

@@ -29,6 +29,7 @@ namespace zel_settings {
 
 /// Orders wide strings by code unit: case-sensitive, no locale.
 struct CodeUnitLess {
+    /// True when left sorts before right, the whole strings compared unit by unit.
     ZEL_API bool operator()(const zel_text::CZelStringW& left, const zel_text::CZelStringW& right) const;
 };
 
@@ -62,6 +63,8 @@ public:
 template <class String, class Char>
 class TZelIniFileReaderImpl final : public IZelIniFileReaderImpl {
 public:
+    /// Reads count units at text, which are not copied and must outlive the reader;
+    /// narrow lines are converted with codePage.
     TZelIniFileReaderImpl(const Char* text, std::size_t count, UINT codePage)
         : text_(text), count_(count), codePage_(codePage) {}
     bool AtEnd() override;
@@ -95,6 +98,7 @@ public:
 template <class String, class Char>
 class TZelIniFileWriterImpl final : public IZelIniFileWriterImpl {
 public:
+    /// A closed writer for encoding (kIniUtf16LE, kIniUtf8, or a narrow code page).
     explicit TZelIniFileWriterImpl(int encoding) : encoding_(encoding) {}
     ~TZelIniFileWriterImpl() override;
     bool Open(const zel_text::CZelStringW& path) override;

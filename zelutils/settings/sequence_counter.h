@@ -15,7 +15,7 @@
 
 namespace zel_settings {
 
-/// A series of numbered file names: folder/<baseName><number><extension>.
+/// A series of numbered file names: `folder/<baseName><number><extension>`.
 struct SequenceCounter {
     zel_text::CZelStringW folder;     ///< the directory of the series, no trailing separator
     zel_text::CZelStringW baseName;   ///< the first part of every name

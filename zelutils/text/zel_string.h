@@ -82,6 +82,7 @@ inline int SafeStringLength(const T* text) {
 /// cannot hold; what() is "bad alloc".
 class ZEL_API bad_alloc : public std::bad_alloc {
 public:
+    /// Returns "bad alloc".
     const char* what() const noexcept override;
 };
 
@@ -110,6 +111,8 @@ template <typename U, typename... Allowed>
 using EnableFor = std::enable_if_t<(std::is_same_v<U, Allowed> || ...)>;
 }  // namespace detail
 
+/// A reference-counted, copy-on-write string of T (char, WCHAR or char32_t);
+/// see the file's description for the buffer layout and the failure rules.
 template <typename T>
 class CZelStringT {
     static_assert(std::is_same_v<T, char> || std::is_same_v<T, WCHAR> ||
@@ -117,9 +120,12 @@ class CZelStringT {
                   "CZelStringT holds char, WCHAR or char32_t");
 
 public:
+    ///@{
+    /// The character type, a pointer to characters, a pointer to const characters.
     using XCHAR = T;
     using PXSTR = T*;
     using PCXSTR = const T*;
+    ///@}
 
     /// The empty string.
     CZelStringT() noexcept : m_pchData(EmptyText()) {}
@@ -211,6 +217,8 @@ public:
     /// is safe). A count below 1 appends nothing.
     CZelStringT& Append(const T* text, int count);
 
+    ///@{
+    /// A new string holding left's text followed by right's (a null text adds nothing).
     friend CZelStringT operator+(const CZelStringT& left, const CZelStringT& right) {
         return Concatenate(left.m_pchData, left.GetLength(), right.m_pchData, right.GetLength());
     }
@@ -226,7 +234,11 @@ public:
     friend CZelStringT operator+(T left, const CZelStringT& right) {
         return Concatenate(&left, 1, right.m_pchData, right.GetLength());
     }
+    ///@}
 
+    ///@{
+    /// True when the texts are equal up to the first NUL, as Compare finds
+    /// (a text given by pointer must not be null).
     friend bool operator==(const CZelStringT& left, const CZelStringT& right) {
         return left.Compare(right.m_pchData) == 0;
     }
@@ -235,12 +247,16 @@ public:
     }
     friend bool operator==(const T* left, const CZelStringT& right) {
         return right.Compare(left) == 0;
+        ///@}
     }
+    ///@{
+    /// The negation of operator==.
     friend bool operator!=(const CZelStringT& left, const CZelStringT& right) {
         return !(left == right);
     }
     friend bool operator!=(const CZelStringT& left, const T* right) { return !(left == right); }
     friend bool operator!=(const T* left, const CZelStringT& right) { return !(left == right); }
+    ///@}
     /// Orders by Compare, so that strings can key ordered containers.
     friend bool operator<(const CZelStringT& left, const CZelStringT& right) {
         return left.Compare(right.m_pchData) < 0;
@@ -260,6 +276,7 @@ public:
     }
     /// The NUL-terminated text; never null.
     const T* GetString() const noexcept { return m_pchData; }
+    /// The NUL-terminated text (as GetString); never null.
     operator const T*() const noexcept { return m_pchData; }
     /// The terminator behind the text.
     const T* GetEnd() const noexcept { return m_pchData + GetLength(); }

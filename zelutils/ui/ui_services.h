@@ -98,6 +98,7 @@ protected:
     ~IReconnectionHandler() = default;
 };
 
+///@{
 /// Registers the host's instance (a plain store; null brings the default
 /// back). The instance is not called.
 ZEL_API void SetUiMsg(IZelUiMsg* instance);
@@ -105,7 +106,9 @@ ZEL_API void SetLazyNotificationsDispatcher(ILazyNotificationsDispatcher* instan
 ZEL_API void SetUiTranslate(IZelUiTranslate* instance);
 ZEL_API void SetWaitCursor(IWaitCursor* instance);
 ZEL_API void SetReconnectionHandler(IReconnectionHandler* instance);
+///@}
 
+///@{
 /// The registered instance, or the default one (made on the first call,
 /// alive until the process ends). Never null.
 ZEL_API IZelUiMsg* GetUiMsg();
@@ -113,5 +116,6 @@ ZEL_API ILazyNotificationsDispatcher* GetLazyNotificationsDispatcher();
 ZEL_API IZelUiTranslate* GetUiTranslate();
 ZEL_API IWaitCursor* GetWaitCursor();
 ZEL_API IReconnectionHandler* GetReconnectionHandler();
+///@}
 
 }  // namespace zel_ui

@@ -33,11 +33,13 @@ namespace zel {
 /// names this type. Carries a narrow message.
 class ZEL_API XmlException : public std::runtime_error {
 public:
+    /// An exception carrying message, which what() returns.
     explicit XmlException(const char* message) : std::runtime_error(message) {}
 };
 
 /// Orders names by plain code-unit value (the order of wcscmp).
 struct XmlNameLess {
+    /// True when left comes before right.
     bool operator()(const zel_text::CZelStringW& left, const zel_text::CZelStringW& right) const {
         return left.Compare(right) < 0;
     }
@@ -47,6 +49,7 @@ struct XmlNameLess {
 using XmlAttributes = std::map<zel_text::CZelStringW, zel_text::CZelStringW, XmlNameLess>;
 
 class XmlElement;
+/// A shared pointer to an element, the way elements are always held.
 using XmlElementPtr = std::shared_ptr<XmlElement>;
 
 /// Which fields ScanXmlDateTime reads.
@@ -68,9 +71,13 @@ public:
     XmlElement(const XmlElement&) = delete;
     XmlElement& operator=(const XmlElement&) = delete;
 
+    /// The element's name.
     const zel_text::CZelStringW& Name() const { return name_; }
+    /// The element's character content (empty when it has none).
     const zel_text::CZelStringW& Text() const { return text_; }
+    /// The element's attributes, ordered by name.
     const XmlAttributes& Attributes() const { return attributes_; }
+    /// The element's children in document order.
     const std::vector<XmlElementPtr>& Children() const { return children_; }
 
     /// Replaces all attributes by a copy of attributes.
@@ -100,73 +107,152 @@ public:
     /// converts. Double and float: 0 for an empty text, else the leading
     /// number (strtod rules). DateTime: at least "YYYY-MM-DDThh:mm:ss".
     /// Date: exactly "YYYY-MM-DD" converted.
-    /// @{
+    //@{
+    /// The value of attribute name; throws when the attribute is missing.
     const zel_text::CZelStringW& GetString(const zel_text::CZelStringW& name) const;
+    /// The value of attribute name into value, and true; false when the attribute is missing.
     bool TryGetString(const zel_text::CZelStringW& name, zel_text::CZelStringW& value) const;
+    /// The value of attribute name, or fallback when the attribute is missing.
     zel_text::CZelStringW GetString(const zel_text::CZelStringW& name, const zel_text::CZelStringW& fallback) const;
+    /// The value of attribute name as a bool; throws when the attribute is missing.
     bool GetBool(const zel_text::CZelStringW& name) const;
+    /// The value of attribute name as a bool into value, and true; false when the attribute is
+    /// missing.
     bool TryGetBool(const zel_text::CZelStringW& name, bool& value) const;
+    /// The value of attribute name as a bool, or fallback when the attribute is missing.
     bool GetBool(const zel_text::CZelStringW& name, bool fallback) const;
+    /// The value of attribute name as an int; throws when the attribute is missing.
     int GetInt(const zel_text::CZelStringW& name) const;
+    /// The value of attribute name as an int into value, and true; false when the attribute is
+    /// missing.
     bool TryGetInt(const zel_text::CZelStringW& name, int& value) const;
+    /// The value of attribute name as an int, or fallback when the attribute is missing.
     int GetInt(const zel_text::CZelStringW& name, int fallback) const;
+    /// The value of attribute name as an unsigned; throws when the attribute is missing.
     unsigned GetUnsigned(const zel_text::CZelStringW& name) const;
+    /// The value of attribute name as an unsigned into value, and true; false when the attribute is
+    /// missing.
     bool TryGetUnsigned(const zel_text::CZelStringW& name, unsigned& value) const;
+    /// The value of attribute name as an unsigned, or fallback when the attribute is missing.
     unsigned GetUnsigned(const zel_text::CZelStringW& name, unsigned fallback) const;
+    /// The value of attribute name as a double; throws when the attribute is missing.
     double GetDouble(const zel_text::CZelStringW& name) const;
+    /// The value of attribute name as a double into value, and true; false when the attribute is
+    /// missing.
     bool TryGetDouble(const zel_text::CZelStringW& name, double& value) const;
+    /// The value of attribute name as a double, or fallback when the attribute is missing.
     double GetDouble(const zel_text::CZelStringW& name, double fallback) const;
+    /// The value of attribute name as a float; throws when the attribute is missing.
     float GetFloat(const zel_text::CZelStringW& name) const;
+    /// The value of attribute name as a float into value, and true; false when the attribute is
+    /// missing.
     bool TryGetFloat(const zel_text::CZelStringW& name, float& value) const;
+    /// The value of attribute name as a float, or fallback when the attribute is missing.
     float GetFloat(const zel_text::CZelStringW& name, float fallback) const;
+    /// The value of attribute name as a date-time; throws when the attribute is missing.
     SYSTEMTIME GetDateTime(const zel_text::CZelStringW& name) const;
+    /// The value of attribute name as a date-time into value, and true; false when the attribute is
+    /// missing.
     bool TryGetDateTime(const zel_text::CZelStringW& name, SYSTEMTIME& value) const;
+    /// The value of attribute name as a date-time, or fallback when the attribute is missing.
     SYSTEMTIME GetDateTime(const zel_text::CZelStringW& name, const SYSTEMTIME& fallback) const;
+    /// The value of attribute name as a date; throws when the attribute is missing.
     SYSTEMTIME GetDate(const zel_text::CZelStringW& name) const;
+    /// The value of attribute name as a date into value, and true; false when the attribute is
+    /// missing.
     bool TryGetDate(const zel_text::CZelStringW& name, SYSTEMTIME& value) const;
+    /// The value of attribute name as a date, or fallback when the attribute is missing.
     SYSTEMTIME GetDate(const zel_text::CZelStringW& name, const SYSTEMTIME& fallback) const;
-    /// @}
+    //@}
 
     /// @name Attribute accessors of the first child named child
     /// As the attribute accessors, on that child; a missing child throws in
     /// every shape.
-    /// @{
+    //@{
+    /// The value of attribute name of the first child named child; throws when the attribute is
+    /// missing.
     zel_text::CZelStringW GetChildString(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name) const;
+    /// The value of attribute name of the first child named child into value, and true; false when
+    /// the attribute is missing.
     bool TryGetChildString(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name,
                            zel_text::CZelStringW& value) const;
+    /// The value of attribute name of the first child named child, or fallback when the attribute
+    /// is missing.
     zel_text::CZelStringW GetChildString(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name,
                                          const zel_text::CZelStringW& fallback) const;
+    /// The value of attribute name of the first child named child as a bool; throws when the
+    /// attribute is missing.
     bool GetChildBool(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name) const;
+    /// The value of attribute name of the first child named child as a bool into value, and true;
+    /// false when the attribute is missing.
     bool TryGetChildBool(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name, bool& value) const;
+    /// The value of attribute name of the first child named child as a bool, or fallback when the
+    /// attribute is missing.
     bool GetChildBool(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name, bool fallback) const;
+    /// The value of attribute name of the first child named child as an int; throws when the
+    /// attribute is missing.
     int GetChildInt(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name) const;
+    /// The value of attribute name of the first child named child as an int into value, and true;
+    /// false when the attribute is missing.
     bool TryGetChildInt(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name, int& value) const;
+    /// The value of attribute name of the first child named child as an int, or fallback when the
+    /// attribute is missing.
     int GetChildInt(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name, int fallback) const;
+    /// The value of attribute name of the first child named child as an unsigned; throws when the
+    /// attribute is missing.
     unsigned GetChildUnsigned(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name) const;
+    /// The value of attribute name of the first child named child as an unsigned into value, and
+    /// true; false when the attribute is missing.
     bool TryGetChildUnsigned(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name,
                              unsigned& value) const;
+    /// The value of attribute name of the first child named child as an unsigned, or fallback when
+    /// the attribute is missing.
     unsigned GetChildUnsigned(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name,
                               unsigned fallback) const;
+    /// The value of attribute name of the first child named child as a double; throws when the
+    /// attribute is missing.
     double GetChildDouble(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name) const;
+    /// The value of attribute name of the first child named child as a double into value, and true;
+    /// false when the attribute is missing.
     bool TryGetChildDouble(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name, double& value) const;
+    /// The value of attribute name of the first child named child as a double, or fallback when the
+    /// attribute is missing.
     double GetChildDouble(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name, double fallback) const;
+    /// The value of attribute name of the first child named child as a float; throws when the
+    /// attribute is missing.
     float GetChildFloat(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name) const;
+    /// The value of attribute name of the first child named child as a float into value, and true;
+    /// false when the attribute is missing.
     bool TryGetChildFloat(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name, float& value) const;
+    /// The value of attribute name of the first child named child as a float, or fallback when the
+    /// attribute is missing.
     float GetChildFloat(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name, float fallback) const;
+    /// The value of attribute name of the first child named child as a date-time; throws when the
+    /// attribute is missing.
     SYSTEMTIME GetChildDateTime(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name) const;
+    /// The value of attribute name of the first child named child as a date-time into value, and
+    /// true; false when the attribute is missing.
     bool TryGetChildDateTime(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name,
                              SYSTEMTIME& value) const;
+    /// The value of attribute name of the first child named child as a date-time, or fallback when
+    /// the attribute is missing.
     SYSTEMTIME GetChildDateTime(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name,
                                 const SYSTEMTIME& fallback) const;
+    /// The value of attribute name of the first child named child as a date; throws when the
+    /// attribute is missing.
     SYSTEMTIME GetChildDate(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name) const;
+    /// The value of attribute name of the first child named child as a date into value, and true;
+    /// false when the attribute is missing.
     bool TryGetChildDate(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name,
                          SYSTEMTIME& value) const;
+    /// The value of attribute name of the first child named child as a date, or fallback when the
+    /// attribute is missing.
     SYSTEMTIME GetChildDate(const zel_text::CZelStringW& child, const zel_text::CZelStringW& name,
                             const SYSTEMTIME& fallback) const;
-    /// @}
+    //@}
 
     /// @name Text accessors
-    /// @{
+    //@{
     /// The text as an int; throws for an empty text.
     int GetTextInt() const;
     /// The text as an int; fallback for an empty text.
@@ -188,7 +274,7 @@ public:
     /// The text decoded as Base64, four characters at a time: a group of
     /// fewer than 3 characters yields nothing, "=" ends a group's output.
     std::vector<unsigned char> GetTextBinary() const;
-    /// @}
+    //@}
 
 private:
     const zel_text::CZelStringW* FindAttribute(const zel_text::CZelStringW& name) const;
@@ -205,6 +291,7 @@ private:
 /// element alive while it lives.
 class ZEL_API XmlChildIterator {
 public:
+    /// Takes the snapshot of element's children (element must not be null).
     explicit XmlChildIterator(XmlElementPtr element,
                               const zel_text::CZelStringW& filter = zel_text::CZelStringW());
     /// The next child of the snapshot and true; false at the end.

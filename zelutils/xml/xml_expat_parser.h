@@ -90,6 +90,8 @@ protected:
     /// "parsing aborted" code and reason as LastFailure's message.
     void Abort(const char* reason);
 
+    /// The Expat parser of the current parse, for the callbacks of derived classes;
+    /// null until the first parse (CreateOrReset), freed with the object.
     XML_ParserStruct* expat_ = nullptr;
 
 private:
@@ -106,11 +108,13 @@ private:
 /// The wide-string layer: names and text as UTF-16, attributes as a map.
 class ZEL_API XmlExpatStrParser : public XmlExpatParser {
 public:
+    ///@{
     /// Attribute values longer than this many UTF-8 bytes, or elements with
     /// more attributes than kMaxAttributes, stop the parse: a hostile
     /// document must not take the machine's memory.
     static constexpr std::size_t kMaxAttributeBytes = 16 * 1024 * 1024;
     static constexpr std::size_t kMaxAttributes = 65536;
+    ///@}
 
     ~XmlExpatStrParser() override;
     /// The base reset, then the stack of open names is emptied.

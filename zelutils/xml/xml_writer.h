@@ -41,9 +41,11 @@ public:
     /// Thrown when a piece of the document cannot be written.
     class ZEL_API Exception : public std::exception {
     public:
+        /// An exception about text, whose writing failed.
         explicit Exception(const zel_text::CZelStringW& text) : text_(text) {}
         /// The text whose writing failed.
         const zel_text::CZelStringW& Text() const { return text_; }
+        /// Returns "XML write failed".
         const char* what() const noexcept override { return "XML write failed"; }
 
     private:

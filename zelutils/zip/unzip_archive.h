@@ -24,24 +24,36 @@ namespace zel_zip {
 /// What the central directory says about an entry.
 struct ZipEntryInfo {
     std::uint32_t versionMadeBy = 0;  ///< host in the high byte (0 MS-DOS, 3 Unix, 10 NTFS)
+    /// The zip version needed to extract, times 10 (20 for deflate).
     std::uint32_t versionNeeded = 0;
     std::uint32_t flags = 0;  ///< bit 0 encrypted, bit 3 data descriptor, bit 11 UTF-8 name
     std::uint32_t compressionMethod = 0;  ///< 0 stored, 8 deflated
     std::uint32_t dosDate = 0;            ///< DOS date in the high word, time in the low word
+    /// CRC-32 of the uncompressed data.
     std::uint32_t crc = 0;
+    ///@{
+    /// Sizes of the stored data and of the extracted data, in bytes.
     std::uint64_t compressedSize = 0;
     std::uint64_t uncompressedSize = 0;
+    ///@}
+    ///@{
+    /// Lengths in bytes of the entry's name, extra field and comment.
     std::uint32_t nameLength = 0;
     std::uint32_t extraLength = 0;
     std::uint32_t commentLength = 0;
+    ///@}
+    /// The disk the entry starts on (0 in a single-file archive).
     std::uint32_t diskNumber = 0;
+    /// Bit 0: the entry is text.
     std::uint32_t internalAttributes = 0;
     std::uint32_t externalAttributes = 0;  ///< Unix mode in the high word for Unix hosts
 };
 
 /// One entry: its record and its decoded name.
 struct ZipEntry {
+    /// The central directory's record.
     ZipEntryInfo info;
+    /// The name, decoded as UTF-8 when flag bit 11 is set, else in the ANSI code page.
     WString name;
 };
 
@@ -84,8 +96,11 @@ public:
 
     /// The folder entries go to when no destination path is given.
     void SetDestinationFolder(const WString& folder) { destinationFolder_ = folder; }
+    /// The folder entries go to when no destination path is given.
     const WString& GetDestinationFolder() const { return destinationFolder_; }
+    /// The number of entries ReadContent read.
     std::size_t GetEntryCount() const { return entries_.size(); }
+    /// The entries ReadContent read, in archive order.
     const std::vector<ZipEntry>& GetEntries() const { return entries_; }
 
 private:

@@ -48,7 +48,9 @@ protected:
     /// Records a refusal: the framed message, ": " and the entry name.
     bool Refuse(const char* message, const WString& name, int code);
 
+    /// The open archive, null when none is.
     void* handle_ = nullptr;  // minizip's unzFile or zipFile
+    /// The path the archive was opened at, which framed messages name.
     WString archivePath_;
 
 private:
