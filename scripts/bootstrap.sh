@@ -12,9 +12,10 @@ packages_for() {
         test)  echo "cmake make g++ pkg-config zlib1g-dev libminizip-dev libexpat1-dev libgtest-dev libgmock-dev zip unzip python3 iso-codes xkb-data" ;;
         bench) packages_for test; echo "libbenchmark-dev libspdlog-dev libinih-dev libpugixml-dev" ;;
         fuzz)  packages_for test; echo "clang libclang-rt-14-dev" ;;
-        # The MinGW-w64 cross build, GoogleTest's sources for it, Wine to run it,
-        # and what building Debian source packages for MinGW takes.
-        windows) echo "cmake make g++-mingw-w64-x86-64-posix googletest wine wine64 dpkg-dev libexpat1-dev" ;;
+        # The MinGW-w64 cross build, GoogleTest's sources for it, zlib for
+        # MinGW, Wine to run it, and what building Debian source packages for
+        # MinGW takes (the -dev packages pin the source versions to fetch).
+        windows) echo "cmake make g++-mingw-w64-x86-64-posix googletest libz-mingw-w64-dev wine wine64 dpkg-dev libexpat1-dev libminizip-dev" ;;
         # The API reference (make docs).
         docs)  echo "doxygen" ;;
         *) echo "bootstrap: unknown set '$1'" >&2; exit 2 ;;
@@ -31,7 +32,7 @@ done
 mingw_libraries() {
     for set in "${@:-test}"; do
         if [ "$set" = windows ]; then
-            "$(dirname "$0")/build-mingw-deps.sh" expat
+            "$(dirname "$0")/build-mingw-deps.sh" expat minizip
         fi
     done
 }

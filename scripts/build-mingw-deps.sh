@@ -30,6 +30,23 @@ recipe_expat() {
     cmake --install build >/dev/null
 }
 
+# minizip: static library of Debian's sources (autotools there; compiled
+# directly here, the same files as Debian's Windows configuration), headers in
+# include/minizip as Debian installs them. Built without its encryption: the
+# library encrypts and decrypts entries itself and passes no password.
+recipe_minizip() {
+    local cc=x86_64-w64-mingw32-gcc-posix file objects=()
+    for file in ioapi mztools unzip zip iowin32; do
+        "$cc" -O2 -DNOCRYPT -DNOUNCRYPT -c "$1/$file.c" -o "$file.o"
+        objects+=("$file.o")
+    done
+    mkdir -p "$2/lib" "$2/include/minizip"
+    x86_64-w64-mingw32-ar rcs "$2/lib/libminizip.a" "${objects[@]}"
+    for file in crypt ioapi mztools unzip zip iowin32; do
+        cp "$1/$file.h" "$2/include/minizip/"
+    done
+}
+
 # Adds deb-src entries mirroring the configured deb entries (deb822 format),
 # once, so that `apt-get source` works.
 enable_sources() {
@@ -101,6 +118,7 @@ build_package() {
 binary_of() {
     case "$1" in
         expat) echo libexpat1-dev ;;
+        minizip) echo libminizip-dev ;;
         *) echo "" ;;
     esac
 }

@@ -29,6 +29,16 @@ if [ ! -f "$WINEPREFIX/system.reg" ]; then
     "$wine" wineboot --init >/dev/null 2>&1
     "$wineserver" -w
 fi
+# Wine ignores SEM_NOGPFAULTERRORBOX (which GoogleTest sets) and starts its
+# debugger on every unhandled exception, which then keeps the process
+# waiting; death tests crash on purpose. An empty debugger command cannot
+# start, so the process ends with the exception code, as on Windows.
+if ! grep -qs '^"Debugger"=""' "$WINEPREFIX/system.reg"; then
+    aedebug='HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug'
+    "$wine" reg add "$aedebug" /v Debugger /t REG_SZ /d "" /f >/dev/null 2>&1
+    "$wine" reg add "$aedebug" /v Auto /t REG_SZ /d 1 /f >/dev/null 2>&1
+    "$wineserver" -w
+fi
 ZEL_TEST_BINARY_DIR=$("$wine" winepath -w "$build/tests" 2>/dev/null | tr -d '\r')
 export ZEL_TEST_BINARY_DIR
 

@@ -4,6 +4,7 @@
 #include "zelutils/fs/atomic_file.h"
 
 #include "tests/support/temp_folder.h"
+#include "tests/support/wine.h"
 #include "zelutils/platform/win32.h"
 #include "zelutils/text/zel_utf.h"
 
@@ -45,6 +46,9 @@ protected:
 TEST_F(AtomicFile, CreatesAndReplacesThroughATemporaryNameOfItsOwn) {
     // The folder alone is longer than MAX_PATH: the temporary name is the
     // helper's own, so no MAX_PATH rule applies to it.
+    if (!zel_platform::kEmulated && !zel_test::RunningUnderWine()) {
+        GTEST_SKIP() << "Windows refuses paths past MAX_PATH without the \\\\?\\ prefix";
+    }
     std::string deep = "d";
     for (int i = 0; i < 6; ++i) deep += "/" + std::string(50, static_cast<char>('a' + i));
     std::filesystem::create_directories(Folder() / deep);
@@ -54,8 +58,21 @@ TEST_F(AtomicFile, CreatesAndReplacesThroughATemporaryNameOfItsOwn) {
     ASSERT_TRUE(Replace(PathW(name), "first")) << GetLastError();
     ASSERT_TRUE(Replace(PathW(name), "second")) << GetLastError();
     EXPECT_EQ(Get(name), "second");
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder() / deep), {}), 1);
-    std::filesystem::remove_all(Folder() / "d");
+    // Listed and removed through the Win32 calls: MinGW's std::filesystem
+    // stops at MAX_PATH.
+    WIN32_FIND_DATAW found;
+    HANDLE search = FindFirstFileW(PathW(deep + "/*").GetString(), &found);
+    ASSERT_NE(search, INVALID_HANDLE_VALUE) << GetLastError();
+    int entries = 0;
+    do {
+        if (found.cFileName[0] != '.') ++entries;  // neither "." nor ".."
+    } while (FindNextFileW(search, &found));
+    FindClose(search);
+    EXPECT_EQ(entries, 1) << "no temporary file left";
+    EXPECT_TRUE(DeleteFileW(PathW(name).GetString()));
+    for (std::size_t cut = deep.size(); cut != std::string::npos; cut = deep.rfind('/', cut - 1)) {
+        EXPECT_TRUE(RemoveDirectoryW(PathW(deep.substr(0, cut)).GetString())) << deep.substr(0, cut);
+    }
 }
 
 TEST_F(AtomicFile, KeepsTheModeAndReplacesTheTargetOfALink) {

@@ -39,7 +39,7 @@ void TempFolderTest::TearDown() {
     std::string leftovers;
     if (!error && !empty) {
         for (const auto& entry : std::filesystem::directory_iterator(folder_, error)) {
-            leftovers += " " + entry.path().filename().string();
+            leftovers += " " + entry.path().filename().u8string();
         }
     }
     std::filesystem::permissions(folder_, std::filesystem::perms::owner_all,
@@ -48,16 +48,20 @@ void TempFolderTest::TearDown() {
     EXPECT_TRUE(empty) << "the test left files behind:" << leftovers;
 }
 
-std::string TempFolderTest::PathOf(const std::string& name) const {
-    return (folder_ / name).string();
+// Names are UTF-8 on every platform: a plain std::string would be taken in
+// the ANSI code page on Windows.
+std::filesystem::path TempFolderTest::Under(const std::string& name) const {
+    return folder_ / std::filesystem::u8path(name);
 }
 
+std::string TempFolderTest::PathOf(const std::string& name) const { return Under(name).u8string(); }
+
 void TempFolderTest::Put(const std::string& name, const std::string& content) const {
-    std::ofstream(PathOf(name), std::ios::binary) << content;
+    std::ofstream(Under(name), std::ios::binary) << content;
 }
 
 std::string TempFolderTest::Get(const std::string& name) const {
-    std::ifstream in(PathOf(name), std::ios::binary);
+    std::ifstream in(Under(name), std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 

@@ -22,7 +22,8 @@ protected:
     void TearDown() override;
 
     const std::filesystem::path& Folder() const { return folder_; }
-    /// Folder() / name as a UTF-8 string.
+    /// Folder() / name (name in UTF-8), as a path and as a UTF-8 string.
+    std::filesystem::path Under(const std::string& name) const;
     std::string PathOf(const std::string& name) const;
     /// Writes content as the whole file name in Folder().
     void Put(const std::string& name, const std::string& content) const;

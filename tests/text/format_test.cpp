@@ -1,6 +1,8 @@
 // The printf dialect: numbers against the C library, the text rules of both
 // widths, the buffer-size rules and the refused formats.
 #include "zelutils/platform/win32.h"
+
+#include "tests/support/wine.h"
 #include "zelutils/text/zel_printf.h"
 
 #include <gtest/gtest.h>
@@ -117,6 +119,11 @@ TEST(FormatIntegers, MatchTheCLibraryForEveryFlagWidthAndPrecision) {
         for (const char* width : widths) {
             for (const char* precision : precisions) {
                 for (char conversion : conversions) {
+                    // Wine's msvcrt pads %a with zeros even when left-aligning.
+                    if (zel_test::RunningUnderWine() && std::string(flags) == "-0" &&
+                        (conversion == 'a' || conversion == 'A')) {
+                        continue;
+                    }
                     std::string format = std::string("[%") + flags + width + precision + conversion + "]";
                     std::string cFormat = CLibraryFormat(flags, width, precision, conversion);
                     for (int value : values) {
@@ -176,6 +183,11 @@ TEST(FormatFloats, MatchTheCLibraryForEveryFlagWidthAndPrecision) {
         for (const char* width : widths) {
             for (const char* precision : precisions) {
                 for (char conversion : conversions) {
+                    // Wine's msvcrt pads %a with zeros even when left-aligning.
+                    if (zel_test::RunningUnderWine() && std::string(flags) == "-0" &&
+                        (conversion == 'a' || conversion == 'A')) {
+                        continue;
+                    }
                     std::string format = std::string("[%") + flags + width + precision + conversion + "]";
                     bool star = std::string(precision) == ".*";
                     for (double value : values) {

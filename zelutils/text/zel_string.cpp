@@ -659,8 +659,13 @@ bool LoadStringInto(CZelStringT<WCHAR>& target, UINT id) {
     WCHAR local[kStep];
     int size = kStep;
     int length = LoadStringW(module, id, local, size);
+    if (length <= 0) {
+        // Windows leaves the buffer untouched when there is no such string.
+        target.Empty();
+        return false;
+    }
     if (size - length >= 2) {
-        target = local;
+        target = CZelStringT<WCHAR>(local, length);
     } else {
         // The text may have been cut: load it again straight into the string,
         // 256 characters larger each time, until it has room to spare.

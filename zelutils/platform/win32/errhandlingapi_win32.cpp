@@ -53,6 +53,20 @@ LONG CALLBACK OnException(EXCEPTION_POINTERS* info) {
     __builtin_longjmp(guard->jump, 1);
 }
 
+// Runs the filter of the guard that caught a fault and carries out its
+// decision; as on POSIX, the guard stays in force while the filter runs.
+__attribute__((noinline)) BOOL FilterFault(Guard& guard, zel_platform::GuardFilter filter, void* filterContext) {
+    guard.pointers.ExceptionRecord = &guard.record;
+    guard.pointers.ContextRecord = &guard.context;
+    guard.filtering = true;
+    LONG decision = filter(&guard.pointers, filterContext);
+    guard.filtering = false;
+    tInnermost = guard.outer;
+    // An exception nobody handles ends a Windows process with its code.
+    if (decision != EXCEPTION_EXECUTE_HANDLER) TerminateProcess(GetCurrentProcess(), guard.record.ExceptionCode);
+    return FALSE;
+}
+
 }  // namespace
 
 namespace zel_platform {
@@ -81,16 +95,10 @@ BOOL RunGuarded(DWORD (*function)(void*), void* argument, GuardFilter filter, vo
         if (result != nullptr) *result = value;
         return TRUE;
     }
-    // As on POSIX: the guard stays in force while the filter runs.
-    guard.pointers.ExceptionRecord = &guard.record;
-    guard.pointers.ContextRecord = &guard.context;
-    guard.filtering = true;
-    LONG decision = filter(&guard.pointers, filterContext);
-    guard.filtering = false;
-    tInnermost = guard.outer;
-    // An exception nobody handles ends a Windows process with its code.
-    if (decision != EXCEPTION_EXECUTE_HANDLER) TerminateProcess(GetCurrentProcess(), guard.record.ExceptionCode);
-    return FALSE;
+    // Back from the handler's jump. The guard is reached through the thread's
+    // record of it, not the local: GCC (MinGW 12, -O2) computes the local's
+    // members wrongly on this path and handed the filter null pointers.
+    return FilterFault(*tInnermost, filter, filterContext);
 }
 
 EXCEPTION_POINTERS* CurrentFault() {
