@@ -11,6 +11,7 @@
 #include "zelutils/platform/handleapi.h"
 #include "zelutils/platform/interlockedapi.h"
 #include "zelutils/platform/libloaderapi.h"
+#include "zelutils/platform/memoryapi.h"
 #include "zelutils/platform/minidumpapiset.h"
 #include "zelutils/platform/native_path.h"
 #include "zelutils/platform/oleauto.h"
