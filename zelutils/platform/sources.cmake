@@ -41,6 +41,7 @@ else()
     platform/posix/utf8_codec.cpp
     platform/posix/winbase_posix.cpp
     platform/posix/winuser_posix.cpp
+    platform/posix/winuser_windows_posix.cpp
   )
 endif()
 list(APPEND ZEL_PLATFORM_SOURCES platform/errno_table.cpp platform/hooks.cpp platform/winreg.cpp)

@@ -24,4 +24,5 @@
 #include "zelutils/platform/wchar.h"
 #include "zelutils/platform/windef.h"
 #include "zelutils/platform/winreg.h"
+#include "zelutils/platform/window_system.h"
 #include "zelutils/platform/winuser.h"
