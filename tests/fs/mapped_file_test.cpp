@@ -251,6 +251,23 @@ TEST_F(MappedFileTest, NamedMappingIsSharedWithAnotherProcess) {
     MappedFile(result).Close();
 }
 
+// A process that ends without closing leaves its name behind only until the
+// next creator finds it stale: that one makes a new mapping.
+TEST_F(MappedFileTest, NameOfAnEndedProcessIsFree) {
+    CZelStringW name = UniqueName("ended");
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            HANDLE mapping = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, name);
+            std::exit(mapping != nullptr && GetLastError() == 0 ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+    HANDLE mapping = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, name);
+    ASSERT_NE(mapping, nullptr);
+    EXPECT_EQ(GetLastError(), 0u);
+    CloseHandle(mapping);
+}
+
 // --- The platform calls ---------------------------------------------------
 
 class MappingCalls : public MappedFileTest {

@@ -65,8 +65,10 @@ struct LoadedModule {
     unsigned uses;
 };
 
+// Recursive: a module's constructors and destructors, run by dlopen and
+// dlclose under the lock, may load and free modules themselves.
 struct ModuleTable {
-    std::mutex mutex;
+    std::recursive_mutex mutex;
     std::map<HMODULE, LoadedModule> modules;
 };
 
@@ -127,7 +129,7 @@ HMODULE zel_win32::LoadLibraryW(LPCWSTR fileName) {
     }
     std::string path = zel_platform::posix::ToNativePath(fileName);
     ModuleTable& table = Modules();
-    std::lock_guard<std::mutex> lock(table.mutex);
+    std::lock_guard<std::recursive_mutex> lock(table.mutex);
     void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle == nullptr) {
         SetLastError(LoadError(path, dlerror()));
@@ -149,7 +151,7 @@ HMODULE zel_win32::LoadLibraryW(LPCWSTR fileName) {
 
 BOOL zel_win32::FreeLibrary(HMODULE module) {
     ModuleTable& table = Modules();
-    std::lock_guard<std::mutex> lock(table.mutex);
+    std::lock_guard<std::recursive_mutex> lock(table.mutex);
     auto found = table.modules.find(module);
     if (found == table.modules.end()) {
         SetLastError(ERROR_INVALID_HANDLE);
@@ -165,7 +167,7 @@ FARPROC zel_win32::GetProcAddressW(HMODULE module, LPCWSTR procName) {
     void* handle = nullptr;
     {
         ModuleTable& table = Modules();
-        std::lock_guard<std::mutex> lock(table.mutex);
+        std::lock_guard<std::recursive_mutex> lock(table.mutex);
         auto found = table.modules.find(module);
         if (found == table.modules.end()) {
             SetLastError(ERROR_MOD_NOT_FOUND);

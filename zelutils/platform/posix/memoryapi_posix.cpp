@@ -184,19 +184,22 @@ DWORD Publish(const std::string& path, const MappingObject& object, RegistryReco
     DWORD result = ERROR_SUCCESS;
     // Two rounds: an entry whose creator is gone is removed and replaced.
     for (int round = 0; written && round < 2; ++round) {
-        if (link(draft.c_str(), path.c_str()) == 0) break;
+        if (link(draft.c_str(), path.c_str()) == 0) {
+            result = ERROR_SUCCESS;
+            break;
+        }
         if (errno != EEXIST) {
             result = ErrorFromErrno(errno);
             break;
         }
+        // Stays 183 when the second round loses a race too.
+        result = ERROR_ALREADY_EXISTS;
         int opened = -1;
         if (ReadRecord(path, existing) && (opened = OpenRecorded(*existing)) >= 0) {
             sys::Close(opened);
-            result = ERROR_ALREADY_EXISTS;
             break;
         }
         sys::Unlink(path.c_str());
-        result = ERROR_ALREADY_EXISTS;  // if the second round loses a race too
     }
     if (!written) result = ERROR_WRITE_FAULT;
     sys::Unlink(draft.c_str());
