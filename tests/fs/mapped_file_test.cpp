@@ -39,6 +39,7 @@ protected:
         MappedFileRequest request;
         request.path = Widen(PathOf(name));
         request.desiredAccess = access;
+        request.shareMode = FILE_SHARE_READ | FILE_SHARE_WRITE;
         request.creationDisposition = OPEN_EXISTING;
         return request;
     }
@@ -290,7 +291,8 @@ TEST_F(MappingCalls, ViewsCheckProtectionAlignmentAndRange) {
     for (const Case& c : {Case{FILE_MAP_WRITE, 0, 0, ERROR_ACCESS_DENIED},
                           Case{FILE_MAP_READ, 0x1000, 0, ERROR_MAPPED_ALIGNMENT},
                           Case{FILE_MAP_READ, 0x10000, 0x10001, ERROR_ACCESS_DENIED},
-                          Case{FILE_MAP_READ, 0x20000, 0, ERROR_ACCESS_DENIED}}) {
+                          Case{FILE_MAP_READ, 0x20000, 0, ERROR_INVALID_PARAMETER},
+                          Case{FILE_MAP_READ, 0x30000, 1, ERROR_ACCESS_DENIED}}) {
         SetLastError(0);
         EXPECT_EQ(MapViewOfFile(mapping, c.access, 0, c.offset, c.bytes), nullptr);
         EXPECT_EQ(GetLastError(), c.error) << c.access << " at " << c.offset << " for " << c.bytes;
