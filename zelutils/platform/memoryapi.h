@@ -48,8 +48,8 @@ ZEL_API HANDLE CreateFileMappingW(HANDLE file, LPSECURITY_ATTRIBUTES securityAtt
 /// else 1132) into memory; bytes 0 maps to the end of the mapping. access is
 /// FILE_MAP_READ, FILE_MAP_WRITE or FILE_MAP_ALL_ACCESS (read and write) or
 /// FILE_MAP_COPY (private copy-on-write pages); writing needs a
-/// PAGE_READWRITE mapping and a range past the end fails, both with 5
-/// (bytes 0 from the end or beyond: 87). The
+/// PAGE_READWRITE mapping and a range running past the end fails, both
+/// with 5; an offset at or past the end fails with 87. The
 /// view keeps the mapping alive after its handle is closed. Null and the
 /// last error on failure.
 ZEL_API LPVOID MapViewOfFile(HANDLE mapping, DWORD access, DWORD offsetHigh, DWORD offsetLow,

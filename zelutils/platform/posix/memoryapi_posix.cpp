@@ -364,10 +364,10 @@ LPVOID zel_win32::MapViewOfFile(HANDLE mapping, DWORD access, DWORD offsetHigh, 
     bool write = !copy && (access & FILE_MAP_WRITE) != 0;
     if (!copy && (access & (FILE_MAP_READ | FILE_MAP_WRITE)) == 0) return Fail(ERROR_INVALID_PARAMETER);
     if (write && object->Protect() != PAGE_READWRITE) return Fail(ERROR_ACCESS_DENIED);
-    // Nothing left to map "to the end" is a bad argument; a range past the
-    // end is a denied access (Windows' two errors).
-    if (offset >= object->Size() && bytes == 0) return Fail(ERROR_INVALID_PARAMETER);
-    ULONGLONG available = offset < object->Size() ? object->Size() - offset : 0;
+    // A start at or past the end is a bad argument; a range that runs past
+    // the end is a denied access (Windows' two errors).
+    if (offset >= object->Size()) return Fail(ERROR_INVALID_PARAMETER);
+    ULONGLONG available = object->Size() - offset;
     ULONGLONG length = bytes == 0 ? available : static_cast<ULONGLONG>(bytes);
     if (length > available) return Fail(ERROR_ACCESS_DENIED);
     if (length > SIZE_MAX) return Fail(ERROR_NOT_ENOUGH_MEMORY);
