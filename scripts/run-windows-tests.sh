@@ -39,6 +39,12 @@ if ! grep -qs '^"Debugger"=""' "$WINEPREFIX/system.reg"; then
     "$wine" reg add "$aedebug" /v Auto /t REG_SZ /d 1 /f >/dev/null 2>&1
     "$wineserver" -w
 fi
+# Windows and menus are real only with a graphics driver: the null driver
+# gives them without a display.
+if ! grep -qs '"Graphics"="null"' "$WINEPREFIX/user.reg"; then
+    "$wine" reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f >/dev/null 2>&1
+    "$wineserver" -w
+fi
 ZEL_TEST_BINARY_DIR=$("$wine" winepath -w "$build/tests" 2>/dev/null | tr -d '\r')
 export ZEL_TEST_BINARY_DIR
 

@@ -2,4 +2,5 @@
 list(APPEND ZEL_SOURCES
   diag/checks.cpp
   diag/log_file.cpp
+  diag/module_load.cpp
 )

@@ -1,13 +1,27 @@
 /// @file
-/// Module identity and the library's unload. A module handle is the module's
-/// load address, as on Windows; the null module is the running program.
+/// Loading modules, module identity and the library's unload. A module
+/// handle is the module's load address, as on Windows; the null module is
+/// the running program. On POSIX a module is a shared object loaded with
+/// dlopen (symbols resolved at once, kept local to the module).
 #pragma once
 
 #include "zelutils/platform/windef.h"
 #include "zelutils/zel_api.h"
 
 #ifndef _WIN32
+typedef INT_PTR (*FARPROC)();
+
 namespace zel_win32 {
+/// Loads the module at fileName (a name without a separator is searched
+/// for as the system searches for shared objects) or counts one more use of
+/// it when it is loaded already, and returns its handle. Null on failure:
+/// 126 when the file (or a module it needs) does not exist, 193 when it is
+/// not a loadable module (another format or architecture), 127 when a
+/// function it imports is missing, 5 when it may not be read.
+ZEL_API HMODULE LoadLibraryW(LPCWSTR fileName);
+/// Takes back one LoadLibraryW; the module is unloaded with its last use.
+/// FALSE with 6 for a handle LoadLibraryW did not return (or one freed).
+ZEL_API BOOL FreeLibrary(HMODULE module);
 /// Copies the path of module (null: the program) into filename and returns
 /// its length. When it does not fit, copies size - 1 units and a terminator,
 /// returns size and sets ERROR_INSUFFICIENT_BUFFER (122). 0 with
@@ -16,6 +30,17 @@ ZEL_API DWORD GetModuleFileNameW(HMODULE module, LPWSTR filename, DWORD size);
 }  // namespace zel_win32
 using namespace zel_win32;
 #endif
+
+namespace zel_win32 {
+/// The address of the function procName exports from module (a module from
+/// LoadLibraryW); null with 127 when it exports none by that name, 126 when
+/// module is not loaded (on POSIX: not loaded through LoadLibraryW). The
+/// wide-name form of the handheld systems; desktop Windows has only the
+/// narrow GetProcAddress, so the library supplies it on every platform
+/// (export names are ASCII: any other character gives 127).
+ZEL_API FARPROC GetProcAddressW(HMODULE module, LPCWSTR procName);
+}  // namespace zel_win32
+using zel_win32::GetProcAddressW;
 
 namespace zel_platform {
 /// The handle of the zelutils library's own module (the program itself when

@@ -11,6 +11,7 @@ if(WIN32)
     platform/win32/fault_injection_win32.cpp
     platform/win32/fileapi_win32.cpp
     platform/win32/libloaderapi_win32.cpp
+    platform/win32/memoryapi_win32.cpp
     platform/win32/minidumpapiset_win32.cpp
     platform/win32/native_path_win32.cpp
     platform/win32/processthreadsapi_win32.cpp
@@ -27,6 +28,7 @@ else()
     platform/posix/handleapi_posix.cpp
     platform/posix/iconv_codec.cpp
     platform/posix/libloaderapi_posix.cpp
+    platform/posix/memoryapi_posix.cpp
     platform/posix/minidumpapiset_posix.cpp
     platform/posix/native_path_posix.cpp
     platform/posix/oleauto_posix.cpp
@@ -39,6 +41,7 @@ else()
     platform/posix/utf8_codec.cpp
     platform/posix/winbase_posix.cpp
     platform/posix/winuser_posix.cpp
+    platform/posix/winuser_windows_posix.cpp
   )
 endif()
 list(APPEND ZEL_PLATFORM_SOURCES platform/errno_table.cpp platform/hooks.cpp platform/winreg.cpp)

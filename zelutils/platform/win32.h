@@ -11,6 +11,7 @@
 #include "zelutils/platform/handleapi.h"
 #include "zelutils/platform/interlockedapi.h"
 #include "zelutils/platform/libloaderapi.h"
+#include "zelutils/platform/memoryapi.h"
 #include "zelutils/platform/minidumpapiset.h"
 #include "zelutils/platform/native_path.h"
 #include "zelutils/platform/oleauto.h"
@@ -23,4 +24,5 @@
 #include "zelutils/platform/wchar.h"
 #include "zelutils/platform/windef.h"
 #include "zelutils/platform/winreg.h"
+#include "zelutils/platform/window_system.h"
 #include "zelutils/platform/winuser.h"

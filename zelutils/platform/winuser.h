@@ -114,6 +114,113 @@ ZEL_API int LoadStringW(HINSTANCE module, UINT id, LPWSTR buffer, int bufferMax)
 ZEL_API int MessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type);
 /// The window with the keyboard focus; null on POSIX, which has no windows.
 ZEL_API HWND GetActiveWindow();
+
+// --- Windows and menus ---------------------------------------------------
+// On POSIX these calls go to the installed window system
+// (zel_platform::SetWindowSystem), by default the in-memory one of
+// window_system.h, which keeps windows and menus without showing them.
+
+typedef struct HMENU__* HMENU;
+
+#define WS_CHILD 0x40000000L
+#define WS_VISIBLE 0x10000000L
+#define WS_POPUP 0x80000000L
+#define SS_ICON 0x00000003L
+#define SS_BITMAP 0x0000000EL
+#define GWL_STYLE (-16)
+#define GW_HWNDNEXT 2
+#define GW_CHILD 5
+
+#define MF_STRING 0x00000000L
+#define MF_BYCOMMAND 0x00000000L
+#define MF_GRAYED 0x00000001L
+#define MF_DISABLED 0x00000002L
+#define MF_CHECKED 0x00000008L
+#define MF_POPUP 0x00000010L
+#define MF_MENUBARBREAK 0x00000020L
+#define MF_MENUBREAK 0x00000040L
+#define MF_BYPOSITION 0x00000400L
+#define MF_SEPARATOR 0x00000800L
+#define MFT_STRING MF_STRING
+#define MFT_SEPARATOR MF_SEPARATOR
+#define MFT_MENUBARBREAK MF_MENUBARBREAK
+#define MFT_MENUBREAK MF_MENUBREAK
+#define MFS_GRAYED 0x00000003L
+#define MFS_CHECKED MF_CHECKED
+#define MIIM_STATE 0x00000001
+#define MIIM_ID 0x00000002
+#define MIIM_SUBMENU 0x00000004
+#define MIIM_TYPE 0x00000010
+#define MIIM_STRING 0x00000040
+#define MIIM_FTYPE 0x00000100
+
+#define ERROR_INVALID_WINDOW_HANDLE 1400L
+#define ERROR_INVALID_MENU_HANDLE 1401L
+#define ERROR_MENU_ITEM_NOT_FOUND 1456L
+
+typedef struct tagMENUITEMINFOW {
+    UINT cbSize;
+    UINT fMask;
+    UINT fType;
+    UINT fState;
+    UINT wID;
+    HMENU hSubMenu;
+    HANDLE hbmpChecked;
+    HANDLE hbmpUnchecked;
+    ULONG_PTR dwItemData;
+    LPWSTR dwTypeData;
+    UINT cch;
+    HANDLE hbmpItem;
+} MENUITEMINFOW, *LPMENUITEMINFOW;
+typedef const MENUITEMINFOW* LPCMENUITEMINFOW;
+
+/// Makes a window of className ("Button", "Edit", "Static", ... or any
+/// name) with the text and style; a WS_CHILD window goes below its
+/// siblings under parent. Position, size, menu, instance and param are
+/// kept by the window system or ignored. Null with 1400 for a stale parent.
+ZEL_API HWND CreateWindowExW(DWORD exStyle, LPCWSTR className, LPCWSTR windowName, DWORD style,
+                             int x, int y, int width, int height, HWND parent, HMENU menu,
+                             HINSTANCE instance, LPVOID param);
+/// Destroys window and its children. FALSE with 1400 for a stale handle.
+ZEL_API BOOL DestroyWindow(HWND window);
+/// The first child (GW_CHILD) or the next sibling (GW_HWNDNEXT); null at
+/// the end, or with 1400 for a stale handle.
+ZEL_API HWND GetWindow(HWND window, UINT command);
+/// The text's length in characters; 0 for a stale handle (1400).
+ZEL_API int GetWindowTextLengthW(HWND window);
+/// Copies at most maxCount - 1 characters and a terminator; returns the
+/// characters copied (0 with 1400 for a stale handle).
+ZEL_API int GetWindowTextW(HWND window, LPWSTR text, int maxCount);
+ZEL_API BOOL SetWindowTextW(HWND window, LPCWSTR text);
+/// Copies the class name as GetWindowTextW copies text.
+ZEL_API int GetClassNameW(HWND window, LPWSTR className, int maxCount);
+/// GWL_STYLE only (else 0 with 87).
+ZEL_API LONG GetWindowLongW(HWND window, int index);
+
+ZEL_API HMENU CreateMenu();
+ZEL_API HMENU CreatePopupMenu();
+/// Destroys menu and the submenus its items open.
+ZEL_API BOOL DestroyMenu(HMENU menu);
+/// Adds an item at the end: flags MF_STRING (text newItem), MF_SEPARATOR
+/// or MF_POPUP (idNewItem is the submenu), with MF_GRAYED, MF_CHECKED,
+/// MF_MENUBREAK, MF_MENUBARBREAK.
+ZEL_API BOOL AppendMenuW(HMENU menu, UINT flags, UINT_PTR idNewItem, LPCWSTR newItem);
+/// Adds an item before the one position names (MF_BYPOSITION: an index,
+/// the end when past it; else an identifier).
+ZEL_API BOOL InsertMenuW(HMENU menu, UINT position, UINT flags, UINT_PTR idNewItem, LPCWSTR newItem);
+/// Removes an item; DeleteMenu also destroys the submenu it opens.
+ZEL_API BOOL DeleteMenu(HMENU menu, UINT position, UINT flags);
+ZEL_API BOOL RemoveMenu(HMENU menu, UINT position, UINT flags);
+/// Reads the fields fMask names of the item at item (byPosition: an index,
+/// else an identifier). MIIM_STRING/MIIM_TYPE copy at most cch - 1
+/// characters into dwTypeData and set cch to the text's length. FALSE with
+/// 1401 for a stale menu, 1456 for no such item.
+ZEL_API BOOL GetMenuItemInfoW(HMENU menu, UINT item, BOOL byPosition, LPMENUITEMINFOW info);
+/// The item's MF_ flags (for a popup: MF_POPUP and, in bits 8-15, its item
+/// count); (UINT)-1 when there is no such item.
+ZEL_API UINT GetMenuState(HMENU menu, UINT id, UINT flags);
+ZEL_API HMENU GetSubMenu(HMENU menu, int position);
+ZEL_API int GetMenuItemCount(HMENU menu);
 }  // namespace zel_win32
 using namespace zel_win32;
 #endif

@@ -3,6 +3,7 @@
 #include "zelutils/platform/fileapi.h"
 
 #include "zelutils/platform/errhandlingapi.h"
+#include "zelutils/platform/posix/file_descriptor.h"
 #include "zelutils/platform/posix/file_time.h"
 #include "zelutils/platform/posix/handle_table.h"
 #include "zelutils/platform/posix/path_conversion.h"
@@ -344,6 +345,19 @@ WideString TempFileName(const WideString& stem, UINT unique) {
 }
 
 }  // namespace
+
+int DuplicateFileDescriptor(HANDLE file, bool needWrite) {
+    std::shared_ptr<FileObject> object = FileWithAccess(file, kReadAccess);
+    if (object && needWrite && !object->Allows(kWriteAccess)) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return -1;
+    }
+    if (!object) return -1;
+    int fd = fcntl(object->Fd(), F_DUPFD_CLOEXEC, 0);
+    if (fd < 0) SetLastErrorFromErrno(errno);
+    return fd;
+}
+
 }  // namespace zel_platform::posix
 
 using namespace zel_platform::posix;

@@ -1,5 +1,6 @@
-// Module identity: a module handle is the module's load address. Unload
-// handlers are exit handlers of the library's own shared object.
+// Modules over dlopen, module identity (a module handle is the module's load
+// address) and the unload handlers (exit handlers of the library's own
+// shared object).
 #include "zelutils/platform/libloaderapi.h"
 
 #include "zelutils/platform/errhandlingapi.h"
@@ -11,6 +12,9 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
+#include <map>
+#include <mutex>
 #include <string>
 
 namespace {
@@ -55,7 +59,138 @@ std::string AbsolutePath(const std::string& path) {
     return absolute;
 }
 
+// The modules LoadLibraryW loaded: load address -> dlopen handle and uses.
+struct LoadedModule {
+    void* handle;
+    unsigned uses;
+};
+
+// Recursive: a module's constructors and destructors, run by dlopen and
+// dlclose under the lock, may load and free modules themselves.
+struct ModuleTable {
+    std::recursive_mutex mutex;
+    std::map<HMODULE, LoadedModule> modules;
+};
+
+ModuleTable& Modules() {
+    // Never destroyed: modules may be freed from exit handlers.
+    static ModuleTable* table = new ModuleTable;
+    return *table;
+}
+
+// The load address of a dlopen handle: where the lowest loadable segment of
+// its object starts, rounded down to a page, as dladdr reports it.
+HMODULE BaseOf(void* handle) {
+    link_map* map = nullptr;
+    if (dlinfo(handle, RTLD_DI_LINKMAP, &map) != 0 || map == nullptr) return nullptr;
+    struct Search {
+        ElfW(Addr) bias;
+        std::uintptr_t base;
+    } search{map->l_addr, 0};
+    dl_iterate_phdr(
+        [](dl_phdr_info* info, size_t, void* data) {
+            auto* s = static_cast<Search*>(data);
+            if (info->dlpi_addr != s->bias) return 0;
+            std::uintptr_t lowest = UINTPTR_MAX;
+            for (int i = 0; i < info->dlpi_phnum; ++i) {
+                if (info->dlpi_phdr[i].p_type == PT_LOAD && info->dlpi_phdr[i].p_vaddr < lowest) {
+                    lowest = info->dlpi_phdr[i].p_vaddr;
+                }
+            }
+            if (lowest == UINTPTR_MAX) return 0;
+            std::uintptr_t page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+            s->base = (info->dlpi_addr + lowest) & ~(page - 1);
+            return 1;
+        },
+        &search);
+    return reinterpret_cast<HMODULE>(search.base);
+}
+
+// The Win32 error for a failed dlopen of path, from its message: the loader
+// reports a missing dependency, a missing symbol and a bad format only as
+// text.
+DWORD LoadError(const std::string& path, const char* message) {
+    std::string text = message != nullptr ? message : "";
+    if (path.find('/') != std::string::npos && access(path.c_str(), F_OK) != 0) {
+        return ERROR_MOD_NOT_FOUND;
+    }
+    if (text.find("No such file") != std::string::npos) return ERROR_MOD_NOT_FOUND;
+    if (text.find("undefined symbol") != std::string::npos) return ERROR_PROC_NOT_FOUND;
+    if (text.find("Permission denied") != std::string::npos) return ERROR_ACCESS_DENIED;
+    return ERROR_BAD_EXE_FORMAT;
+}
+
 }  // namespace
+
+HMODULE zel_win32::LoadLibraryW(LPCWSTR fileName) {
+    if (fileName == nullptr || fileName[0] == 0) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    std::string path = zel_platform::posix::ToNativePath(fileName);
+    ModuleTable& table = Modules();
+    std::lock_guard<std::recursive_mutex> lock(table.mutex);
+    void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
+        SetLastError(LoadError(path, dlerror()));
+        return nullptr;
+    }
+    HMODULE module = BaseOf(handle);
+    if (module == nullptr) {
+        dlclose(handle);
+        SetLastError(ERROR_BAD_EXE_FORMAT);
+        return nullptr;
+    }
+    // dlopen counts its own uses of the object; ours mirror them.
+    LoadedModule& entry = table.modules[module];
+    entry.handle = handle;
+    ++entry.uses;
+    SetLastError(ERROR_SUCCESS);
+    return module;
+}
+
+BOOL zel_win32::FreeLibrary(HMODULE module) {
+    ModuleTable& table = Modules();
+    std::lock_guard<std::recursive_mutex> lock(table.mutex);
+    auto found = table.modules.find(module);
+    if (found == table.modules.end()) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    void* handle = found->second.handle;
+    if (--found->second.uses == 0) table.modules.erase(found);
+    dlclose(handle);
+    return TRUE;
+}
+
+FARPROC zel_win32::GetProcAddressW(HMODULE module, LPCWSTR procName) {
+    void* handle = nullptr;
+    {
+        ModuleTable& table = Modules();
+        std::lock_guard<std::recursive_mutex> lock(table.mutex);
+        auto found = table.modules.find(module);
+        if (found == table.modules.end()) {
+            SetLastError(ERROR_MOD_NOT_FOUND);
+            return nullptr;
+        }
+        handle = found->second.handle;
+    }
+    std::string name;
+    for (const WCHAR* c = procName; c != nullptr && *c != 0; ++c) {
+        if (*c >= 0x80) {
+            name.clear();
+            break;
+        }
+        name += static_cast<char>(*c);
+    }
+    dlerror();
+    void* address = name.empty() ? nullptr : dlsym(handle, name.c_str());
+    if (address == nullptr) {
+        SetLastError(ERROR_PROC_NOT_FOUND);
+        return nullptr;
+    }
+    return reinterpret_cast<FARPROC>(address);
+}
 
 DWORD zel_win32::GetModuleFileNameW(HMODULE module, LPWSTR filename, DWORD size) {
     std::string path;

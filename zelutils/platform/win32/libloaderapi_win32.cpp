@@ -1,8 +1,26 @@
-// Module identity, the library's entry routine and its unload handlers.
+// Module identity, the wide-name function lookup, the library's entry
+// routine and its unload handlers.
 #include "zelutils/platform/libloaderapi.h"
 
 #include <atomic>
 #include <cstdlib>
+#include <string>
+
+FARPROC zel_win32::GetProcAddressW(HMODULE module, LPCWSTR procName) {
+    std::string name;
+    for (const wchar_t* c = procName; c != nullptr && *c != 0; ++c) {
+        if (*c >= 0x80) {
+            SetLastError(ERROR_PROC_NOT_FOUND);
+            return nullptr;
+        }
+        name += static_cast<char>(*c);
+    }
+    if (name.empty()) {
+        SetLastError(ERROR_PROC_NOT_FOUND);
+        return nullptr;
+    }
+    return GetProcAddress(module, name.c_str());
+}
 
 HMODULE zel_platform::LibraryModule() {
     // Whatever module holds this function: the DLL, or the program when the
