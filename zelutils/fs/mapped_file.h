@@ -16,17 +16,17 @@ namespace zel_fs {
 struct MappedFileRequest {
     zel_text::CZelStringW path;  ///< empty: a mapping backed by the paging file
     DWORD desiredAccess = 0;     ///< GENERIC_READ, GENERIC_WRITE or both
-    DWORD shareMode = 0;
+    DWORD shareMode = 0;  ///< FILE_SHARE_* bits for the file
     LPSECURITY_ATTRIBUTES securityAttributes = nullptr;  ///< for the file and the mapping
-    DWORD creationDisposition = OPEN_EXISTING;
-    DWORD flagsAndAttributes = 0;
-    HANDLE templateFile = nullptr;
+    DWORD creationDisposition = OPEN_EXISTING;  ///< as CreateFileW's
+    DWORD flagsAndAttributes = 0;  ///< as CreateFileW's
+    HANDLE templateFile = nullptr;  ///< as CreateFileW's (ignored on POSIX)
     /// Empty: the mapping is named "hfile_" and the decimal file handle
     /// value, a name that only this process sees (handle values repeat in
     /// other processes). A given name is shared by every process using it.
     zel_text::CZelStringW mappingName;
     DWORD viewOffsetHigh = 0;  ///< the view's start, a multiple of 64 KB
-    DWORD viewOffsetLow = 0;
+    DWORD viewOffsetLow = 0;   ///< the view's start, low 32 bits
     SIZE_T viewBytes = 0;  ///< 0: to the end of the mapping
     DWORD maximumSizeHigh = 0;  ///< the mapping's size; 0 and 0: the file's size
     DWORD maximumSizeLow = 0;   ///< also the size reported when non-zero or without a file
@@ -35,8 +35,8 @@ struct MappedFileRequest {
 /// What OpenMappedFile made.
 struct MappedFileResult {
     HANDLE fileHandle = INVALID_HANDLE_VALUE;  ///< 0 for a paging-file mapping
-    HANDLE mappingHandle = nullptr;
-    void* view = nullptr;
+    HANDLE mappingHandle = nullptr;  ///< null when the mapping failed
+    void* view = nullptr;  ///< the first byte of the view, null when it failed
     DWORD error = 0;  ///< the platform's error number, 0 on success
     DWORD size = 0;   ///< maximumSizeLow when non-zero or without a file, else the file size (low 32 bits)
 };
@@ -67,14 +67,20 @@ public:
     /// True while a file handle is held (a paging-file mapping holds 0).
     bool IsValid() const { return fileHandle_ != INVALID_HANDLE_VALUE; }
 
+    /// The first byte of the view (null when none).
     void* View() const { return view_; }
+    /// The file's handle (0 for a paging-file mapping).
     HANDLE FileHandle() const { return fileHandle_; }
+    /// The mapping's handle.
     HANDLE MappingHandle() const { return mappingHandle_; }
+    /// The error OpenMappedFile reported, 0 on success.
     DWORD Error() const { return error_; }
+    /// Whether Close releases the handles.
     bool Owned() const { return owned_; }
     /// A mark for the caller: the view was written and the file is yet to
     /// catch up. The library never sets it; Close clears it.
     bool Modified() const { return modified_; }
+    /// Sets the caller's mark (see Modified).
     void SetModified(bool modified) { modified_ = modified; }
 
 private:

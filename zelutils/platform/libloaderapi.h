@@ -9,6 +9,7 @@
 #include "zelutils/zel_api.h"
 
 #ifndef _WIN32
+/// A function found by GetProcAddressW, to be cast to its real type.
 typedef INT_PTR (*FARPROC)();
 
 namespace zel_win32 {

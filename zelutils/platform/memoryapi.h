@@ -21,16 +21,30 @@
 
 #ifndef _WIN32
 namespace zel_win32 {
+/// @name Page protections of CreateFileMappingW
+//@{
+/// A mapping's protection: read-only, read-write, or copy-on-write.
 #define PAGE_READONLY 0x02
 #define PAGE_READWRITE 0x04
 #define PAGE_WRITECOPY 0x08
+//@}
+/// @name View access of MapViewOfFile
+//@{
+/// A view's access: a private copy, writable, readable, or everything.
 #define FILE_MAP_COPY 0x0001
 #define FILE_MAP_WRITE 0x0002
 #define FILE_MAP_READ 0x0004
 #define FILE_MAP_ALL_ACCESS 0x000F001F
+//@}
+/// @name Mapping errors
+//@{
+/// Error numbers of the mapping calls: no view at the address, a file that
+/// cannot be mapped (empty, with no size given), an offset not on the 64 KB
+/// allocation granularity.
 #define ERROR_INVALID_ADDRESS 487L
 #define ERROR_FILE_INVALID 1006L
 #define ERROR_MAPPED_ALIGNMENT 1132L
+//@}
 
 /// Creates a mapping object over file, or over the paging file when file is
 /// INVALID_HANDLE_VALUE, sized maximumSize (high, low words; 0 for a file:

@@ -21,6 +21,9 @@ namespace zel_platform {
 class ZEL_API IWindowSystem {
 public:
     virtual ~IWindowSystem() = default;
+    /// @name Window and menu calls
+    //@{
+    /// The Win32 call of the same name, with its contract and last error.
     virtual HWND CreateWindowExW(DWORD exStyle, LPCWSTR className, LPCWSTR windowName, DWORD style,
                                  int x, int y, int width, int height, HWND parent, HMENU menu,
                                  HINSTANCE instance, LPVOID param) = 0;
@@ -39,6 +42,7 @@ public:
     virtual BOOL RemoveMenu(HMENU menu, UINT position, UINT flags, bool destroySubmenu) = 0;
     virtual BOOL GetMenuItemInfoW(HMENU menu, UINT item, BOOL byPosition, LPMENUITEMINFOW info) = 0;
     virtual int GetMenuItemCount(HMENU menu) = 0;
+    //@}
 };
 
 /// Makes system the window system of the process and returns the one it

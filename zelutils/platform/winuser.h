@@ -158,19 +158,20 @@ typedef struct HMENU__* HMENU;
 #define ERROR_INVALID_MENU_HANDLE 1401L
 #define ERROR_MENU_ITEM_NOT_FOUND 1456L
 
+/// What GetMenuItemInfoW reads of a menu item.
 typedef struct tagMENUITEMINFOW {
-    UINT cbSize;
-    UINT fMask;
-    UINT fType;
-    UINT fState;
-    UINT wID;
-    HMENU hSubMenu;
-    HANDLE hbmpChecked;
-    HANDLE hbmpUnchecked;
-    ULONG_PTR dwItemData;
-    LPWSTR dwTypeData;
-    UINT cch;
-    HANDLE hbmpItem;
+    UINT cbSize;  ///< size of the structure in bytes
+    UINT fMask;  ///< MIIM_* bits: which members to get
+    UINT fType;  ///< MFT_* type bits
+    UINT fState;  ///< MFS_* state bits
+    UINT wID;  ///< the item identifier
+    HMENU hSubMenu;  ///< the submenu of a popup item, or null
+    HANDLE hbmpChecked;  ///< bitmap shown when checked (kept, unused)
+    HANDLE hbmpUnchecked;  ///< bitmap shown when unchecked (kept, unused)
+    ULONG_PTR dwItemData;  ///< the application's value for the item
+    LPWSTR dwTypeData;  ///< buffer that receives the item text
+    UINT cch;  ///< the buffer size in characters; receives the text length
+    HANDLE hbmpItem;  ///< the item bitmap (kept, unused)
 } MENUITEMINFOW, *LPMENUITEMINFOW;
 typedef const MENUITEMINFOW* LPCMENUITEMINFOW;
 

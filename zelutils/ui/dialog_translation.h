@@ -21,6 +21,8 @@ namespace zel_ui {
 /// produced the replacement itself.
 class ZEL_API IZelPreTranslator {
 public:
+    /// True with out set when this hook translated text itself; false
+    /// lets the table and the fallback go on.
     virtual bool PreTranslate(const WCHAR* text, zel_text::CZelStringW& out) = 0;
 
 protected:
@@ -31,6 +33,7 @@ protected:
 /// shown part, when it has none).
 class ZEL_API IZelTranslationTable {
 public:
+    /// The translation of text, or text itself when the table has none.
     virtual zel_text::CZelStringW Lookup(const WCHAR* text) = 0;
 
 protected:
@@ -40,6 +43,7 @@ protected:
 /// Install (or, with null, remove) the process-wide hooks. Not owned; the
 /// host keeps them alive while installed. Meant for start-up.
 ZEL_API void SetPreTranslator(IZelPreTranslator* preTranslator);
+/// Installs (or, with null, removes) the translation table; see SetPreTranslator.
 ZEL_API void SetTranslationTable(IZelTranslationTable* table);
 
 /// The text in the user's language: empty for a null or empty text; else
