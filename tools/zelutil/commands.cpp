@@ -1,5 +1,8 @@
 #include "tools/zelutil/commands.h"
 
+#include "zelutils/platform/native_path.h"
+#include "zelutils/platform/win32.h"
+
 #include <cstdio>
 
 namespace zelutil {
@@ -75,6 +78,39 @@ const std::vector<Command>& Commands() {
          RunText},
     };
     return commands;
+}
+
+std::string Reason(DWORD error) {
+    switch (error) {
+    case ERROR_FILE_NOT_FOUND: return "file not found";
+    case ERROR_PATH_NOT_FOUND: return "folder not found";
+    case ERROR_ACCESS_DENIED: return "access denied";
+    case ERROR_SHARING_VIOLATION: return "file in use";
+    case ERROR_LOCK_VIOLATION: return "file locked";
+    case ERROR_DISK_FULL:
+    case ERROR_HANDLE_DISK_FULL: return "disk full";
+    case ERROR_FILE_TOO_LARGE: return "file too large";
+    case ERROR_NOT_SUPPORTED: return "not a regular file";
+    case ERROR_DIRECTORY: return "is a directory";
+    case ERROR_FILENAME_EXCED_RANGE: return "name too long";
+    case ERROR_INVALID_NAME: return "invalid name";
+    case ERROR_NOT_ENOUGH_MEMORY:
+    case ERROR_OUTOFMEMORY: return "out of memory";
+    case ERROR_WRITE_FAULT:
+    case ERROR_READ_FAULT:
+    case ERROR_IO_DEVICE: return "input/output error";
+    case ERROR_BROKEN_PIPE: return "broken pipe";
+    case ERROR_NO_UNICODE_TRANSLATION: return "text that does not convert";
+    case ERROR_CANT_RESOLVE_FILENAME: return "a loop of symbolic links";
+    case ERROR_TOO_MANY_OPEN_FILES: return "too many open files";
+    case ERROR_SUCCESS: return "failed without a reason from the system";
+    default: return "system error " + std::to_string(error);
+    }
+}
+
+zel_text::CZelStringW PathArgument(const std::string& argument) {
+    const std::basic_string<WCHAR> path = zel_platform::PathFromArgument(argument);
+    return zel_text::CZelStringW(path.c_str(), static_cast<int>(path.size()));
 }
 
 int UsageError(const char* command, const std::string& message) {

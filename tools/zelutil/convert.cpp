@@ -22,7 +22,7 @@ using zel_text::CZelStringW;
 
 constexpr const char* kCommand = "convert";
 // Not a narrow code page: the bytes are UTF-16LE and are taken as they are.
-constexpr UINT kUtf16Le = 1200;
+
 
 struct FileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
@@ -35,21 +35,42 @@ bool ParseCodePage(const std::string& text, UINT* codePage) {
     std::string name = text;
     std::transform(name.begin(), name.end(), name.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    if (name == "utf8" || name == "utf-8") {
-        *codePage = CP_UTF8;
-    } else if (name == "utf16" || name == "utf-16" || name == "utf-16le") {
-        *codePage = kUtf16Le;
-        return true;
-    } else if (name == "ansi") {
-        *codePage = CP_ACP;
-    } else if (name == "oem") {
-        *codePage = CP_OEMCP;
-    } else if (!name.empty() && name.size() <= 9 &&
-               std::all_of(name.begin(), name.end(), [](unsigned char c) { return std::isdigit(c) != 0; })) {
+    static const struct {
+        const char* name;
+        UINT codePage;
+    } kNames[] = {
+        {"utf8", CP_UTF8},           {"utf-8", CP_UTF8},           {"utf16", kCodePageUtf16LE},
+        {"utf-16", kCodePageUtf16LE}, {"utf-16le", kCodePageUtf16LE}, {"utf16le", kCodePageUtf16LE},
+        {"utf-16be", kCodePageUtf16BE}, {"utf16be", kCodePageUtf16BE}, {"utf32", kCodePageUtf32LE},
+        {"utf-32", kCodePageUtf32LE}, {"utf-32le", kCodePageUtf32LE}, {"utf32le", kCodePageUtf32LE},
+        {"utf-32be", kCodePageUtf32BE}, {"utf32be", kCodePageUtf32BE}, {"latin1", 28591},
+        {"latin-1", 28591},          {"iso-8859-1", 28591},       {"iso8859-1", 28591},
+        {"ascii", 20127},            {"us-ascii", 20127},         {"ansi", CP_ACP},
+        {"oem", CP_OEMCP},
+    };
+    for (const auto& known : kNames) {
+        if (name == known.name) {
+            *codePage = known.codePage;
+            break;
+        }
+        *codePage = UINT_MAX;
+    }
+    if (*codePage == UINT_MAX) {
+        for (const char* prefix : {"windows-", "cp", "ibm"}) {
+            if (name.rfind(prefix, 0) == 0) {
+                name.erase(0, std::char_traits<char>::length(prefix));
+                break;
+            }
+        }
+        if (name.empty() || name.size() > 9 ||
+            !std::all_of(name.begin(), name.end(), [](unsigned char c) { return std::isdigit(c) != 0; })) {
+            return false;
+        }
         *codePage = static_cast<UINT>(std::stoul(name));
-        if (*codePage == kUtf16Le) return true;
-    } else {
-        return false;
+    }
+    if (*codePage == kCodePageUtf16LE || *codePage == kCodePageUtf16BE || *codePage == kCodePageUtf32LE ||
+        *codePage == kCodePageUtf32BE) {
+        return true;
     }
     CPINFO info;
     return GetCPInfo(*codePage, &info) != FALSE;
@@ -81,7 +102,7 @@ ReadResult ReadAll(std::FILE* file, CZelStringA* bytes) {
 /// Decodes input to UTF-16; false when the conversion fails.
 bool Decode(const CZelStringA& input, UINT codePage, CZelStringW* wide) {
     const int size = input.GetLength();
-    if (codePage == kUtf16Le) {
+    if (codePage == kCodePageUtf16LE) {
         const auto* bytes = reinterpret_cast<const unsigned char*>(input.GetString());
         WCHAR* units = wide->GetBufferSetLength(size / 2);
         for (int i = 0; i < size / 2; ++i) {
@@ -98,7 +119,7 @@ bool Decode(const CZelStringA& input, UINT codePage, CZelStringW* wide) {
 /// Encodes UTF-16 to codePage; false when the conversion fails.
 bool Encode(const CZelStringW& wide, UINT codePage, CZelStringA* output) {
     const int size = wide.GetLength();
-    if (codePage == kUtf16Le) {
+    if (codePage == kCodePageUtf16LE) {
         if (size > INT_MAX / 2) return false;
         const WCHAR* units = wide.GetString();
         char* bytes = output->GetBufferSetLength(2 * size);
@@ -160,7 +181,7 @@ int RunConvert(const Args& args) {
         }
     }
     if (read == ReadResult::kTooLarge) return UsageError(kCommand, "input too large (more than 2 GB)");
-    if (fromCodePage == kUtf16Le && input.GetLength() % 2 != 0) {
+    if (fromCodePage == kCodePageUtf16LE && input.GetLength() % 2 != 0) {
         std::fprintf(stderr, "zelutil %s: the input is not UTF-16LE: odd number of bytes\n", kCommand);
         return kExitFailure;
     }

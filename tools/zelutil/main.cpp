@@ -1,6 +1,8 @@
 // zelutil: the library's facilities from the command line.
 #include "tools/zelutil/commands.h"
 
+#include "zelutils/platform/native_path.h"
+
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -22,13 +24,14 @@ void PrintUsage(std::FILE* out) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2 || std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0) {
-        PrintUsage(argc < 2 ? stderr : stdout);
-        return argc < 2 ? zelutil::kExitUsage : zelutil::kExitOk;
+    const zelutil::Args all = zel_platform::ProgramArguments(argc, argv);
+    if (all.empty() || all[0] == "--help" || all[0] == "-h") {
+        PrintUsage(all.empty() ? stderr : stdout);
+        return all.empty() ? zelutil::kExitUsage : zelutil::kExitOk;
     }
     for (const zelutil::Command& command : zelutil::Commands()) {
-        if (std::strcmp(argv[1], command.name) == 0) {
-            zelutil::Args args(argv + 2, argv + argc);
+        if (all[0] == command.name) {
+            zelutil::Args args(all.begin() + 1, all.end());
             if (!args.empty() && (args[0] == "--help" || args[0] == "-h")) {
                 std::fputs(command.help, stdout);
                 return zelutil::kExitOk;
@@ -36,7 +39,7 @@ int main(int argc, char** argv) {
             return command.run(args);
         }
     }
-    std::fprintf(stderr, "zelutil: unknown command '%s'\n\n", argv[1]);
+    std::fprintf(stderr, "zelutil: unknown command '%s'\n\n", all[0].c_str());
     PrintUsage(stderr);
     return zelutil::kExitUsage;
 }

@@ -37,9 +37,9 @@ using namespace zel_win32;
 #define STILL_ACTIVE 259
 
 typedef DWORD (*LPTHREAD_START_ROUTINE)(LPVOID parameter);
-struct _SECURITY_ATTRIBUTES;
 
 namespace zel_win32 {
+struct _SECURITY_ATTRIBUTES;
 /// Starts start(parameter) on a new thread and returns its handle (null and
 /// the last error when the system refuses). stackSize 0 takes the system's
 /// default; others are raised to the system's minimum. With CREATE_SUSPENDED

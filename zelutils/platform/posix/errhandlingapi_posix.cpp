@@ -26,7 +26,7 @@
 #include <cstring>
 #include <mutex>
 
-struct _CONTEXT {
+struct zel_win32::_CONTEXT {
     ucontext_t state;
 };
 
