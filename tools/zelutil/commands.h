@@ -13,7 +13,7 @@ namespace zelutil {
 /// Exit codes scripts can rely on.
 constexpr int kExitOk = 0;
 constexpr int kExitFailure = 1;  ///< the operation ran and said no (e.g. a key is missing)
-constexpr int kExitUsage = 2;    ///< bad arguments, unknown code page, unreadable file
+constexpr int kExitUsage = 2;    ///< bad arguments, unknown code page, unreadable file, refused edit, failed write
 
 using Args = std::vector<std::string>;
 
@@ -26,6 +26,10 @@ struct Command {
 
 /// Every command, in the order `zelutil --help` lists them.
 const std::vector<Command>& Commands();
+
+/// Flushes standard output: status when every write reached it, else
+/// kExitUsage after "zelutil NAME: cannot write standard output: reason".
+int FinishStandardOutput(const char* command, int status);
 
 /// Prints "zelutil NAME: message" to stderr and returns kExitUsage.
 int UsageError(const char* command, const std::string& message);
