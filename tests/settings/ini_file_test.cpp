@@ -126,7 +126,7 @@ TEST_F(IniTest, TheFirstBadLineIsNamedByNumberAndReason) {
         {"[S]\r\n\r\nk\r\n", 3, "a key without '='"},
         {"[S]\rk=1\r\r[S\r", 4, "a section header without a name or ']'"},
         {"\xEF\xBB\xBF-x=1", 1, "a line that starts no key, comment or section"},
-        {std::string("\xFF\xFE[\0S\0]\0\n\0\n\0?\0", 16), 3, "a line that starts no key, comment or section"},
+        {std::string("\xFF\xFE[\0S\0]\0\n\0\n\0?\0", 14), 3, "a line that starts no key, comment or section"},
     };
     for (const auto& c : cases) {
         IniSections table;
