@@ -414,6 +414,17 @@ TEST(Cp932, AShortTargetNeverReceivesHalfACharacter) {
     }
 }
 
+TEST(IconvCodePages, ALastLetterThatAMarkCouldFollowIsNotLost) {
+    // Vietnamese and Hebrew text compose base letters with later marks.
+    for (UINT codePage : {1255u, 1258u}) {
+        CPINFO info;
+        if (!GetCPInfo(codePage, &info)) continue;
+        WCHAR wide[8] = {};
+        EXPECT_EQ(MultiByteToWideChar(codePage, 0, "abc", 3, wide, 8), 3) << codePage;
+        EXPECT_EQ(std::u16string(reinterpret_cast<const char16_t*>(wide)), u"abc") << codePage;
+    }
+}
+
 TEST(IconvCodePages, ConcurrentConversionsGiveTheSameResults) {
     const std::string japanese("\x93\xFA\x96\x7B\x8C\xEA", 6);
     const WString japaneseWide{0x65E5, 0x672C, 0x8A9E};

@@ -114,6 +114,49 @@ TEST_F(FileApi, EachDispositionOnExistingAndMissingFiles) {
     }
 }
 
+TEST_F(FileApi, LocksExcludeOtherHandlesUntilReleasedOrClosed) {
+    HANDLE first = Open("lock", GENERIC_READ | GENERIC_WRITE, CREATE_ALWAYS);
+    HANDLE second = Open("lock", GENERIC_READ, OPEN_EXISTING);
+    ASSERT_NE(first, INVALID_HANDLE_VALUE);
+    ASSERT_NE(second, INVALID_HANDLE_VALUE);
+    OVERLAPPED range{};
+    constexpr DWORD kTry = LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY;
+    EXPECT_FALSE(LockFileEx(first, kTry, 0, 1, 0, nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    ASSERT_TRUE(LockFileEx(first, kTry, 0, 1, 0, &range)) << GetLastError();
+    EXPECT_FALSE(LockFileEx(second, kTry, 0, 1, 0, &range));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_LOCK_VIOLATION));
+    ASSERT_TRUE(UnlockFileEx(first, 0, 1, 0, &range)) << GetLastError();
+    EXPECT_TRUE(LockFileEx(second, kTry, 0, 1, 0, &range)) << GetLastError();
+    CloseHandle(second);
+    EXPECT_TRUE(LockFileEx(first, kTry, 0, 1, 0, &range)) << "closing the holder's handle releases its lock";
+    CloseHandle(first);
+    Remove("lock");
+}
+
+#ifndef _WIN32
+TEST_F(FileApi, NamesThatAreNotUtf8GoBackToTheSameBytes) {
+    // caf\xE9 is Latin-1; \xC3 alone is a cut UTF-8 sequence; the third name
+    // is well-formed UTF-8 and must decode as such.
+    for (const std::string name : {"caf\xE9", "x\xC3", "caf\xC3\xA9"}) {
+        std::ofstream(PathOf(name)) << "data";
+        const WString wide = zel_platform::PathFromArgument(PathOf(name));
+        HANDLE file = CreateFileW(wide.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+        ASSERT_NE(file, INVALID_HANDLE_VALUE) << GetLastError();
+        EXPECT_EQ(Read(file, 8), "data");
+        CloseHandle(file);
+        WIN32_FIND_DATAW found;
+        HANDLE search = FindFirstFileW(wide.c_str(), &found);
+        ASSERT_NE(search, INVALID_HANDLE_VALUE);
+        EXPECT_EQ(WString(found.cFileName), zel_platform::PathFromArgument(name));
+        FindClose(search);
+        EXPECT_TRUE(DeleteFileW((P("") + found.cFileName).c_str())) << GetLastError();
+    }
+    EXPECT_EQ(zel_platform::PathFromArgument("caf\xE9"), WString(u"caf\xDCE9"));
+    EXPECT_EQ(zel_platform::PathFromArgument("caf\xC3\xA9"), WString(u"caf\u00E9"));
+}
+#endif
+
 TEST_F(FileApi, RefusesBadArguments) {
     Put("f", "x");
     // Windows refuses both; Wine, which runs the Windows pass, lets them through.

@@ -115,6 +115,32 @@ TEST_F(IniTest, GrammarErrorsFailTheLoadAndKeepEarlierLines) {
     EXPECT_TRUE(Load("[S]\r\n    \r\n\t \r\n", table)) << "whitespace-only lines are fine";
 }
 
+TEST_F(IniTest, TheFirstBadLineIsNamedByNumberAndReason) {
+    // LF, CR LF and CR each end a line; empty lines count.
+    const struct {
+        std::string text;
+        int line;
+        const char* reason;
+    } cases[] = {
+        {"[S]\nk=1\n\n\n  x\n", 5, "an indented line that is not blank"},
+        {"[S]\r\n\r\nk\r\n", 3, "a key without '='"},
+        {"[S]\rk=1\r\r[S\r", 4, "a section header without a name or ']'"},
+        {"\xEF\xBB\xBF-x=1", 1, "a line that starts no key, comment or section"},
+        {std::string("\xFF\xFE[\0S\0]\0\n\0\n\0?\0", 14), 3, "a line that starts no key, comment or section"},
+    };
+    for (const auto& c : cases) {
+        IniSections table;
+        zel_settings::IniSyntaxError error;
+        EXPECT_FALSE(zel_settings::ParseIniText(c.text.data(), c.text.size(), table, &error)) << c.text;
+        EXPECT_EQ(error.line, c.line) << c.text;
+        EXPECT_STREQ(error.reason, c.reason) << c.text;
+    }
+    IniSections table;
+    zel_settings::IniSyntaxError error;
+    EXPECT_TRUE(zel_settings::ParseIniText("[S]\nk=1\n", 8, table, &error));
+    EXPECT_EQ(error.line, 0);
+}
+
 TEST_F(IniTest, EncodingsAreDetected) {
     IniSections table;
     // UTF-16LE without a byte-order mark, ASCII first characters.

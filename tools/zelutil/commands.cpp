@@ -1,44 +1,97 @@
 #include "tools/zelutil/commands.h"
 
+#include "zelutils/platform/native_path.h"
+#include "zelutils/platform/win32.h"
+
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 namespace zelutil {
 
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
-        {"version", "print the library version", "usage: zelutil version\n", RunVersion},
-        {"demo", "run the library's typical request on the sample data",
-         "usage: zelutil demo\n\nRuns the library end to end on the files in examples/ and "
-         "prints what it did.\n",
+        {"version", "print the tool's version", "usage: zelutil version (or zelutil --version)\n\nexit codes: 0 printed; 2 the output cannot be written.\n", RunVersion},
+        {"demo", "run the library's typical request on built-in sample data",
+         "usage: zelutil demo [FOLDER]\n\n"
+         "Runs the library end to end (folders, settings, log, code pages) on sample data built\n"
+         "into the tool, and prints what it did. Its files (the settings it saves, the log) go\n"
+         "to FOLDER, created when missing; without FOLDER, to a new folder\n"
+         "\"zelutil-demo-<number>\" under the temporary folder. The folder used is printed.\n\n"
+         "example: zelutil demo /tmp/try\n\n"
+         "exit codes: 0 done; 1 a step failed; 2 bad arguments or the folder cannot be made.\n",
          RunDemo},
         {"convert", "convert text between code pages",
-         "usage: zelutil convert --from CP --to CP [IN] [OUT]\n\n"
-         "Converts text from one code page to another. CP is a code page number (1252, 437,\n"
-         "932, 65001, ...) or one of: utf8 (65001), utf16 (UTF-16LE bytes), ansi (the\n"
-         "process's ANSI code page, 0), oem (its OEM code page, 1). Reads IN, or standard\n"
-         "input when IN is absent or '-'; writes OUT, or standard output.\n\n"
-         "Characters the target code page lacks become its default character ('?');\n"
-         "bytes the source cannot decode become U+FFFD from UTF-8 and '?' otherwise.\n\n"
-         "exit codes: 0 converted; 1 the conversion failed (odd-sized UTF-16 input);\n"
-         "2 bad arguments, an unknown code page, an unreadable input or unwritable output.\n",
+         "usage: zelutil convert --from CP --to CP [--strict] [IN] [OUT]\n\n"
+         "Converts text from one code page to another, in blocks (memory does not grow with\n"
+         "the input). Reads IN, or standard input when IN is absent or '-'; writes OUT, or\n"
+         "standard output. OUT is replaced only once the conversion is complete.\n\n"
+         "CP, in any case: a number (1252, 437, 932, 65001, ...), cpNNN or windows-NNN,\n"
+         "utf-8 (utf8), utf-16le (utf16, utf-16; 1200), utf-16be (1201), utf-32le (utf32,\n"
+         "utf-32; 12000), utf-32be (12001), latin1 (iso-8859-1, 28591), ascii (20127), ansi\n"
+         "(the process's ANSI code page) or oem (its OEM code page).\n\n"
+         "What stands in for what does not convert, without --strict:\n"
+         "  decoding: bytes that are not UTF-8 become U+FFFD; in a single-byte code page an\n"
+         "  unassigned byte becomes the platform's replacement ('?', or the C1 control of the\n"
+         "  same value for 80..9F, as in the Windows tables); in a double-byte code page it\n"
+         "  becomes its default character (U+30FB in 932, '?' in the others);\n"
+         "  encoding: a character the code page lacks becomes its default character ('?'\n"
+         "  in most; single-byte code pages never use best-fit letters); an unpaired\n"
+         "  surrogate becomes U+FFFD in UTF-8 and UTF-32.\n"
+         "--strict stops instead, names the byte offset of the first byte that does not\n"
+         "decode or the first character (counted from 1) that the target lacks, and exits 1.\n\n"
+         "examples: zelutil convert --from cp1252 --to utf-8 old.txt new.txt\n"
+         "          zelutil convert --from utf-16le --to utf-8 --strict < in.txt > out.txt\n\n"
+         "exit codes: 0 converted; 1 --strict found a loss, or UTF-16/UTF-32 input ends inside\n"
+         "a character; 2 bad arguments, an unknown code page, an unreadable input or an\n"
+         "unwritable output.\n",
          RunConvert},
-        {"encoding", "show a file's byte-order mark and detected text encoding",
-         "usage: zelutil encoding FILE\n\nPrints the byte-order mark found at the start of FILE "
-         "and the encoding the library would read it in, each with its number and name.\n",
+        {"encoding", "say how the library reads a file's text",
+         "usage: zelutil encoding FILE\n\n"
+         "Prints, on one line, the encoding the library reads FILE in: from its byte-order mark\n"
+         "(\"UTF-16LE with byte-order mark\"), or else guessed from where zero bytes sit among\n"
+         "the first eight. The guess takes UTF-32LE without a mark for UTF-16LE and UTF-32BE\n"
+         "without a mark for narrow text, and says that it guessed. An empty file is read as\n"
+         "narrow text.\n\n"
+         "example: zelutil encoding settings.ini\n\n"
+         "exit codes: 0 printed; 2 bad arguments or an unreadable file.\n",
          RunEncoding},
-        {"base64", "Base64-encode a file or standard input",
-         "usage: zelutil base64 [FILE]\n\nWrites the Base64 text (RFC 4648, no line breaks) of "
-         "FILE, or of standard input when FILE is missing or -, followed by a newline.\n",
+        {"base64", "Base64-encode or decode a file or standard input",
+         "usage: zelutil base64 [-d|--decode] [FILE]\n\n"
+         "Writes the Base64 text (RFC 4648, no line breaks) of FILE, or of standard input when\n"
+         "FILE is missing or -, followed by a newline. With -d, decodes Base64 text instead\n"
+         "(white space is passed over).\n\n"
+         "examples: zelutil base64 photo.jpg > photo.txt\n"
+         "          zelutil base64 -d photo.txt > photo.jpg\n\n"
+         "exit codes: 0 done; 1 the input to -d is not Base64 (the offset is named); 2 bad\n"
+         "arguments, an unreadable input or an unwritable output.\n",
          RunBase64},
         {"path", "print the folders the library computes for this program",
-         "usage: zelutil path\n\nPrints the program, application, data, work, geoids and geo folders.\n",
+         "usage: zelutil path\n\nPrints the program, application, data, work, geoids and geo folders.\n\n"
+         "example: zelutil path\n\nexit codes: 0 printed; 2 the output cannot be written.\n",
          RunPath},
         {"ini", "read and change INI settings files",
          "usage: zelutil ini dump FILE\n"
-         "       zelutil ini get FILE SECTION KEY      (exit 1 when the key is missing)\n"
-         "       zelutil ini set FILE SECTION KEY VALUE (keeps the file's encoding, writes atomically)\n"
-         "       zelutil ini convert FILE --to utf8|utf16|ansi\n\n"
-         "Sections and keys are printed as UTF-8. Errors name the file and the reason (exit 2).\n",
+         "       zelutil ini get FILE SECTION KEY\n"
+         "       zelutil ini set FILE SECTION KEY VALUE\n"
+         "       zelutil ini convert FILE --to CP   (utf-8, utf-16le or a narrow code page)\n\n"
+         "Sections, keys and values are UTF-8 on the command line and in the output. SECTION \"\"\n"
+         "is the keys before the first header.\n\n"
+         "set is an edit: it replaces the value on the line the key is read from, or adds\n"
+         "KEY=VALUE after the section's last key, or adds the section at the end of the file.\n"
+         "Every other byte stays as it was: comments, order, blank lines, line ends, the\n"
+         "byte-order mark and the encoding. A new file is UTF-8 with a byte-order mark and\n"
+         "CR LF line ends. The file is replaced atomically (its mode and links are kept), and\n"
+         "edits of one file by several processes wait for each other (a lock file\n"
+         "\"FILE.~zel.lock\" exists while one runs). set refuses, and leaves the file alone,\n"
+         "whatever it could not read back whole: an unreadable file, a folder, device or FIFO,\n"
+         "UTF-16BE or UTF-32 text, a NUL byte, bytes that do not decode, a line the INI\n"
+         "grammar rejects (named by its number). convert rewrites the whole file from its\n"
+         "table (sections and keys in order, comments dropped).\n\n"
+         "examples: zelutil ini get app.ini Window Width\n"
+         "          zelutil ini set app.ini Window Width 1024\n\n"
+         "exit codes: 0 done; 1 get found no such key; 2 bad arguments, an unreadable or\n"
+         "refused file, a failed write (the message names the file and the reason).\n",
          RunIni},
         {"zip", "list, extract, create and add to zip archives",
          "usage: zelutil zip list ARCHIVE\n"
@@ -50,6 +103,8 @@ const std::vector<Command>& Commands() {
          "input. Extraction keeps the archive's folders below DIR (default: the current\n"
          "folder) and replaces existing files only with --overwrite. Create and add write a\n"
          "new archive beside the old one and replace it only once it reads back whole.\n\n"
+         "examples: zelutil zip create backup.zip settings/ --level 9\n"
+         "          zelutil zip extract backup.zip -d restored\n\n"
          "exit codes: 0 done; 1 an archive or file error; 2 bad arguments, or a refused\n"
          "archive (an entry leaving the folder, sizes that lie, overlapping entries, more\n"
          "than the disk holds), with the entry and the reason.\n",
@@ -62,7 +117,11 @@ const std::vector<Command>& Commands() {
          "                                                  root/child for its text; exit 1 when missing)\n"
          "       zelutil xml write-sample FILE\n\n"
          "A document cut short is an error. Parse errors name the file, the line and column and\n"
-         "the reason (exit 2). records keeps one record in memory at a time.\n",
+         "the reason. records keeps one record in memory at a time.\n\n"
+         "examples: zelutil xml get survey.xml survey/@name\n"
+         "          zelutil xml records survey.xml point --count 3\n\n"
+         "exit codes: 0 done; 1 get found nothing at PATH; 2 bad arguments, an unreadable or\n"
+         "malformed document, a failed write.\n",
          RunXml},
         {"text", "print the lines of a text file as UTF-8",
          "usage: zelutil text FILE [--trim] [--skip-empty] [--codepage CP]\n\n"
@@ -71,10 +130,53 @@ const std::vector<Command>& Commands() {
          "read in code page CP (as for convert; default: ansi). LF, CR LF and CR end lines.\n"
          "--trim removes white space at both ends of each line; --skip-empty leaves out\n"
          "empty lines (after trimming, a line of blanks is printed empty).\n\n"
-         "exit codes: 0 printed; 2 bad arguments, an unknown code page or an unreadable file.\n",
+         "example: zelutil text notes.txt --codepage cp1252 --skip-empty\n\n"
+         "exit codes: 0 printed; 2 bad arguments, an unknown code page, an unreadable file or\n"
+         "an unwritable output.\n",
          RunText},
     };
     return commands;
+}
+
+std::string Reason(DWORD error) {
+    switch (error) {
+    case ERROR_FILE_NOT_FOUND: return "file not found";
+    case ERROR_PATH_NOT_FOUND: return "folder not found";
+    case ERROR_ACCESS_DENIED: return "access denied";
+    case ERROR_SHARING_VIOLATION: return "file in use";
+    case ERROR_LOCK_VIOLATION: return "file locked";
+    case ERROR_DISK_FULL:
+    case ERROR_HANDLE_DISK_FULL: return "disk full";
+    case ERROR_FILE_TOO_LARGE: return "file too large";
+    case ERROR_NOT_SUPPORTED: return "not a regular file";
+    case ERROR_DIRECTORY: return "is a directory";
+    case ERROR_FILENAME_EXCED_RANGE: return "name too long";
+    case ERROR_INVALID_NAME: return "invalid name";
+    case ERROR_NOT_ENOUGH_MEMORY:
+    case ERROR_OUTOFMEMORY: return "out of memory";
+    case ERROR_WRITE_FAULT:
+    case ERROR_READ_FAULT:
+    case ERROR_IO_DEVICE: return "input/output error";
+    case ERROR_BROKEN_PIPE: return "broken pipe";
+    case ERROR_NO_UNICODE_TRANSLATION: return "text that does not convert";
+    case ERROR_CANT_RESOLVE_FILENAME: return "a loop of symbolic links";
+    case ERROR_TOO_MANY_OPEN_FILES: return "too many open files";
+    case ERROR_SUCCESS: return "failed without a reason from the system";
+    default: return "system error " + std::to_string(error);
+    }
+}
+
+zel_text::CZelStringW PathArgument(const std::string& argument) {
+    const std::basic_string<WCHAR> path = zel_platform::PathFromArgument(argument);
+    return zel_text::CZelStringW(path.c_str(), static_cast<int>(path.size()));
+}
+
+int FinishStandardOutput(const char* command, int status) {
+    errno = 0;
+    const bool flushed = std::fflush(stdout) == 0;
+    if (flushed && std::ferror(stdout) == 0) return status;
+    const int error = errno != 0 ? errno : EIO;
+    return UsageError(command, std::string("cannot write standard output: ") + std::strerror(error));
 }
 
 int UsageError(const char* command, const std::string& message) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "zelutils/platform/windef.h"
+#include "zelutils/text/zel_string.h"
 
 #include <string>
 #include <vector>
@@ -12,7 +13,7 @@ namespace zelutil {
 /// Exit codes scripts can rely on.
 constexpr int kExitOk = 0;
 constexpr int kExitFailure = 1;  ///< the operation ran and said no (e.g. a key is missing)
-constexpr int kExitUsage = 2;    ///< bad arguments, unknown code page, unreadable file
+constexpr int kExitUsage = 2;    ///< bad arguments, unknown code page, unreadable file, refused edit, failed write
 
 using Args = std::vector<std::string>;
 
@@ -25,6 +26,10 @@ struct Command {
 
 /// Every command, in the order `zelutil --help` lists them.
 const std::vector<Command>& Commands();
+
+/// Flushes standard output: status when every write reached it, else
+/// kExitUsage after "zelutil NAME: cannot write standard output: reason".
+int FinishStandardOutput(const char* command, int status);
 
 /// Prints "zelutil NAME: message" to stderr and returns kExitUsage.
 int UsageError(const char* command, const std::string& message);
@@ -40,11 +45,23 @@ int RunZip(const Args& args);
 int RunXml(const Args& args);
 int RunText(const Args& args);
 
-/// The code page a command-line name (utf8, utf16, ansi, oem) or number
-/// stands for; false when it is neither or not available here.
+/// The UTF code pages that are not narrow text: converted by the tool itself.
+constexpr UINT kCodePageUtf16LE = 1200;
+constexpr UINT kCodePageUtf16BE = 1201;
+constexpr UINT kCodePageUtf32LE = 12000;
+constexpr UINT kCodePageUtf32BE = 12001;
+
+/// The code page a command-line name or number stands for, any case: utf-8
+/// (utf8, 65001), utf-16le (utf16, utf-16, 1200), utf-16be (1201), utf-32le
+/// (utf32, utf-32, 12000), utf-32be (12001), cpNNN and windows-NNN, latin1
+/// (iso-8859-1, 28591), ascii (20127), ansi (0), oem (1). False when it is
+/// none of these or not available here.
 bool ParseCodePage(const std::string& text, UINT* codePage);
 /// Why a platform call failed, in words, from its error number.
 std::string Reason(DWORD error);
+/// A file name from the command line as the library's path: byte for byte
+/// on POSIX, whatever its encoding.
+zel_text::CZelStringW PathArgument(const std::string& argument);
 
 /// Prints the folders the library computes for the running program.
 void PrintFolders();

@@ -4,9 +4,12 @@
 // a setting and saves the file back atomically in UTF-8, and converts a
 // Windows-1252 text on the way.
 #include "tools/zelutil/commands.h"
+#include "tools/zelutil/demo_samples.h"
 
 #include "zelutils/diag/log_file.h"
 #include "zelutils/fs/application_folders.h"
+#include "zelutils/fs/atomic_file.h"
+#include "zelutils/fs/platform_file.h"
 #include "zelutils/platform/win32.h"
 #include "zelutils/settings/ini_file.h"
 #include "zelutils/text/zel_encoding.h"
@@ -15,8 +18,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 namespace zelutil {
@@ -27,20 +28,30 @@ using zel_text::CZelStringW;
 
 std::string Utf8(const CZelStringW& text) { return CZelStringUtf8(text).GetString(); }
 
-std::string ReadFileBytes(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
+// The demo's data folder: folder when given (created when missing), else a
+// new folder under the system's temporary folder, so runs never share one.
+bool MakeDataFolder(const Args& args, CZelStringW* folder) {
+    if (!args.empty()) {
+        *folder = PathArgument(args[0]);
+        return zel_fs::CreateFolderPath(*folder);
+    }
+    WCHAR temp[MAX_PATH + 1] = {};
+    const DWORD length = GetTempPathW(MAX_PATH, temp);
+    const CZelStringW base(temp, static_cast<int>(length));
+    for (unsigned attempt = 0; attempt < 100; ++attempt) {
+        folder->Format(ZW("%szelutil-demo-%u"), base.GetString(), GetCurrentProcessId() + attempt * 100000u);
+        if (CreateDirectoryW(folder->GetString(), nullptr)) return true;
+        if (GetLastError() != ERROR_ALREADY_EXISTS) return false;
+    }
+    return false;
 }
 
-// The demo's data folder: a fresh folder under the system's temporary folder.
-CZelStringW MakeDataFolder() {
-    WCHAR temp[MAX_PATH + 1] = {};
-    DWORD length = GetTempPathW(MAX_PATH, temp);
-    CZelStringW folder(temp, static_cast<int>(length));
-    folder.TrimRight(ZW("/\\"));
-    folder += ZW("/zelutil-demo");
-    CreateDirectoryW(folder.GetString(), nullptr);
-    return folder;
+// Writes one of the built-in samples into folder as the host's file.
+bool PutSample(const CZelStringW& path, const unsigned char* bytes, std::size_t count) {
+    return zel_fs::ReplaceFileAtomically(path, [&](HANDLE file) {
+        DWORD written = 0;
+        return WriteFile(file, bytes, static_cast<DWORD>(count), &written, nullptr) != FALSE && written == count;
+    });
 }
 
 CZelStringW Setting(const zel_settings::IniSections& table, const WCHAR* section, const WCHAR* key) {
@@ -51,15 +62,20 @@ CZelStringW Setting(const zel_settings::IniSections& table, const WCHAR* section
 }
 
 bool DemoSettings(const CZelStringW& dataFolder) {
-    const std::string sample = ZEL_EXAMPLES_DIR "/job-settings.ini";
-    std::string bytes = ReadFileBytes(sample);
+    const CZelStringW samplePath = dataFolder + ZW("/job-settings.ini");
+    const std::string sample = Utf8(samplePath);
+    const std::string bytes(reinterpret_cast<const char*>(kSample_job_settings_ini), sizeof kSample_job_settings_ini);
+    if (!PutSample(samplePath, kSample_job_settings_ini, sizeof kSample_job_settings_ini)) {
+        std::fprintf(stderr, "zelutil demo: cannot write '%s': %s\n", sample.c_str(), Reason(GetLastError()).c_str());
+        return false;
+    }
     std::size_t bomLength = 0;
     auto encoding = zel_text::DetectTextEncoding(bytes.data(), bytes.size(), &bomLength);
     std::printf("settings: %s, %zu bytes, encoding %u (byte-order mark of %zu bytes)\n", sample.c_str(),
                 bytes.size(), static_cast<unsigned>(encoding), bomLength);
 
     zel_settings::IniSections table;
-    if (!zel_settings::LoadIniFile(CZelStringUtf8(sample.c_str()).ToWide(), table)) {
+    if (!zel_settings::LoadIniFile(samplePath, table)) {
         std::fprintf(stderr, "zelutil demo: cannot load '%s' (error %u)\n", sample.c_str(),
                      static_cast<unsigned>(GetLastError()));
         return false;
@@ -96,12 +112,7 @@ bool DemoSettings(const CZelStringW& dataFolder) {
 }
 
 bool DemoCodePages() {
-    const std::string path = ZEL_EXAMPLES_DIR "/sample-1252.txt";
-    std::string input = ReadFileBytes(path);
-    if (input.empty()) {
-        std::fprintf(stderr, "zelutil demo: cannot read '%s'\n", path.c_str());
-        return false;
-    }
+    const std::string input(reinterpret_cast<const char*>(kSample_sample_1252_txt), sizeof kSample_sample_1252_txt);
     CZelStringW wide(input.data(), static_cast<int>(input.size()), 1252);
     CZelStringUtf8 utf8(wide);
     if (wide.IsEmpty() || utf8.IsEmpty()) {
@@ -119,8 +130,13 @@ bool DemoCodePages() {
 
 }  // namespace
 
-int RunDemo(const Args&) {
-    CZelStringW dataFolder = MakeDataFolder();
+int RunDemo(const Args& args) {
+    if (args.size() > 1) return UsageError("demo", "expected at most one FOLDER (see --help)");
+    CZelStringW dataFolder;
+    if (!MakeDataFolder(args, &dataFolder)) {
+        return UsageError("demo", "cannot make the data folder: " + Reason(GetLastError()));
+    }
+    std::printf("output folder: %s\n", Utf8(dataFolder).c_str());
     zel::folders::GetApplicationFileNameBuilder().SetDataFolder(dataFolder, 0);
     std::puts("folders:");
     PrintFolders();

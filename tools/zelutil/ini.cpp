@@ -1,14 +1,15 @@
 // zelutil ini: INI settings files from the command line.
 #include "tools/zelutil/commands.h"
+#include "tools/zelutil/ini_edit.h"
 
+#include "zelutils/fs/atomic_file.h"
 #include "zelutils/platform/win32.h"
 #include "zelutils/settings/ini_file.h"
 #include "zelutils/text/zel_encoding.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 
 namespace zelutil {
 namespace {
@@ -21,52 +22,76 @@ CZelStringW Wide(const std::string& utf8) { return CZelStringUtf8(utf8.c_str()).
 
 std::string Utf8(const CZelStringW& wide) { return CZelStringUtf8(wide).GetString(); }
 
-}  // namespace
-
-std::string Reason(DWORD error) {
-    switch (error) {
-    case ERROR_FILE_NOT_FOUND: return "file not found";
-    case ERROR_PATH_NOT_FOUND: return "folder not found";
-    case ERROR_ACCESS_DENIED: return "access denied";
-    case ERROR_SHARING_VIOLATION: return "file in use";
-    case ERROR_DISK_FULL: return "disk full";
-    case ERROR_FILE_TOO_LARGE: return "file too large";
-    default: return "system error " + std::to_string(error);
-    }
+int Refuse(const std::string& file, const std::string& what, const std::string& reason) {
+    std::fprintf(stderr, "zelutil ini: %s '%s': %s\n", what.c_str(), file.c_str(), reason.c_str());
+    return kExitUsage;
 }
 
-namespace {
+// The kind of thing a path names, by the file system: false with the reason
+// for anything but a regular file (a missing one sets *exists to false).
+bool RegularOrMissing(const CZelStringW& path, bool* exists, std::string* reason) {
+    DWORD attributes = GetFileAttributesW(path);
+    *exists = attributes != INVALID_FILE_ATTRIBUTES;
+    if (!*exists) {
+        DWORD error = GetLastError();
+        if (error == ERROR_FILE_NOT_FOUND) return true;
+        *reason = Reason(error);
+        return false;
+    }
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+        *reason = "is a directory";
+        return false;
+    }
+    if ((attributes & FILE_ATTRIBUTE_DEVICE) != 0) {
+        *reason = "not a regular file (a device, FIFO or socket)";
+        return false;
+    }
+    return true;
+}
 
-// Loads file into table; prints the reason and returns false on failure.
+// The whole file; false with the reason.
+bool ReadBytes(const CZelStringW& path, std::string* bytes, std::string* reason) {
+    HANDLE file = CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        *reason = Reason(GetLastError());
+        return false;
+    }
+    bytes->clear();
+    char block[65536];
+    DWORD got = 0;
+    bool ok = true;
+    while ((ok = ReadFile(file, block, sizeof block, &got, nullptr) != FALSE) && got > 0) bytes->append(block, got);
+    if (!ok) *reason = Reason(GetLastError());
+    CloseHandle(file);
+    return ok;
+}
+
+// Reads file whole into text under the checks of IniFileText::Load;
+// prints the reason and returns false when it cannot.
+bool Load(const std::string& file, const CZelStringW& path, IniFileText& text) {
+    bool exists = false;
+    std::string reason;
+    std::string bytes;
+    if (!RegularOrMissing(path, &exists, &reason) || !ReadBytes(path, &bytes, &reason) ||
+        !text.Load(std::move(bytes), &reason)) {
+        Refuse(file, "cannot read", reason);
+        return false;
+    }
+    return true;
+}
+
 bool Load(const std::string& file, IniSections& table) {
-    SetLastError(ERROR_SUCCESS);
-    if (zel_settings::LoadIniFile(Wide(file), table)) return true;
-    DWORD error = GetLastError();
-    if (error != ERROR_SUCCESS) {
-        std::fprintf(stderr, "zelutil ini: cannot read '%s': %s\n", file.c_str(), Reason(error).c_str());
-    } else {
-        std::fprintf(stderr, "zelutil ini: '%s' is not a valid INI file\n", file.c_str());
-    }
-    return false;
-}
-
-// The encoding code of an existing file (UTF-8 for a new or empty one).
-int EncodingOf(const std::string& file) {
-    std::ifstream in(file, std::ios::binary);
-    char head[16] = {};
-    in.read(head, sizeof head);
-    auto detected = zel_text::DetectTextEncoding(head, static_cast<std::size_t>(in.gcount()));
-    switch (detected) {
-    case zel_text::TextEncoding::Utf16LE: return zel_settings::kIniUtf16LE;
-    case zel_text::TextEncoding::Narrow: return CP_ACP;
-    default: return zel_settings::kIniUtf8;
-    }
+    IniFileText text;
+    if (!Load(file, PathArgument(file), text)) return false;
+    table = text.Table();
+    return true;
 }
 
 bool Save(const std::string& file, const IniSections& table, int encoding) {
     SetLastError(ERROR_SUCCESS);
-    if (zel_settings::SaveIniFileAtomic(Wide(file), table, encoding)) return true;
-    std::fprintf(stderr, "zelutil ini: cannot write '%s': %s\n", file.c_str(), Reason(GetLastError()).c_str());
+    if (zel_settings::SaveIniFileAtomic(PathArgument(file), table, encoding)) return true;
+    Refuse(file, "cannot write", Reason(GetLastError()));
     return false;
 }
 
@@ -97,7 +122,8 @@ int Get(const Args& args) {
 // Why a section, key or value would not load back, or null when it would.
 const char* Unstorable(const std::string& section, const std::string& key, const std::string& value) {
     auto hasLineEnd = [](const std::string& text) { return text.find_first_of("\r\n") != std::string::npos; };
-    if (section.empty()) return "the section has no name";
+    auto isUtf8 = [](const std::string& text) { return Utf8(Wide(text)) == text; };
+    if (!isUtf8(section) || !isUtf8(key) || !isUtf8(value)) return "it is not UTF-8 text";
     if (hasLineEnd(section) || hasLineEnd(key) || hasLineEnd(value)) return "it holds a line end";
     unsigned char first = key.empty() ? 0 : static_cast<unsigned char>(key[0]);
     if (first != '_' && (first >= 0x80 || std::isalnum(first) == 0)) return "a key starts with a letter, a digit or '_'";
@@ -105,30 +131,136 @@ const char* Unstorable(const std::string& section, const std::string& key, const
     return nullptr;
 }
 
+// An exclusive lock serialising the edits of one settings file, held on
+// "<file>.~zel.lock" beside it: the file itself is replaced by each edit, so
+// a lock on it would not outlive the edit. The holder removes the lock file
+// on release; a waiter that then finds its lock on a removed file tries
+// again, so two writers never hold locks on different files.
+class EditLock {
+    static constexpr DWORD kWholeFile = 0xFFFFFFFF;
+
+public:
+    explicit EditLock(const CZelStringW& target) : path_(target + CZelStringW(ZW(".~zel.lock"))) {}
+    EditLock(const EditLock&) = delete;
+    EditLock& operator=(const EditLock&) = delete;
+    ~EditLock() {
+        if (file_ == INVALID_HANDLE_VALUE) return;
+        DeleteFileW(path_);
+        OVERLAPPED whole{};
+        UnlockFileEx(file_, 0, kWholeFile, kWholeFile, &whole);
+        CloseHandle(file_);
+    }
+
+    /// Waits for the lock; false with the last error when the lock file
+    /// cannot be made.
+    bool Acquire() {
+        // Windows refuses to open a file whose deletion is pending: the
+        // previous holder is about to be gone, so that is tried again too.
+        for (int attempt = 0; attempt < 1000; ++attempt) {
+            file_ = Open(OPEN_ALWAYS);
+            if (file_ == INVALID_HANDLE_VALUE) {
+                if (GetLastError() != ERROR_ACCESS_DENIED || attempt >= 100) return false;
+                Sleep(10);
+                continue;
+            }
+            OVERLAPPED whole{};
+            if (!LockFileEx(file_, LOCKFILE_EXCLUSIVE_LOCK, 0, kWholeFile, kWholeFile, &whole)) break;
+            if (StillNamed()) return true;
+            CloseHandle(file_);
+            file_ = INVALID_HANDLE_VALUE;
+        }
+        DWORD error = GetLastError();
+        if (file_ != INVALID_HANDLE_VALUE) CloseHandle(file_);
+        file_ = INVALID_HANDLE_VALUE;
+        SetLastError(error);
+        return false;
+    }
+
+private:
+    HANDLE Open(DWORD disposition) const {
+        return CreateFileW(path_, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                           nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+    }
+
+    // Whether the locked file is still the one the lock's name leads to.
+    bool StillNamed() const {
+        HANDLE named = Open(OPEN_EXISTING);
+        if (named == INVALID_HANDLE_VALUE) return false;
+        BY_HANDLE_FILE_INFORMATION held{};
+        BY_HANDLE_FILE_INFORMATION current{};
+        bool same = GetFileInformationByHandle(file_, &held) && GetFileInformationByHandle(named, &current) &&
+                    held.dwVolumeSerialNumber == current.dwVolumeSerialNumber &&
+                    held.nFileIndexHigh == current.nFileIndexHigh && held.nFileIndexLow == current.nFileIndexLow;
+        CloseHandle(named);
+        return same;
+    }
+
+    CZelStringW path_;
+    HANDLE file_ = INVALID_HANDLE_VALUE;
+};
+
+// Removes the temporary files that earlier edits of target left when they
+// were killed: only the lock holder may, as no edit is under way then.
+void RemoveStaleTemporaries(const CZelStringW& target) {
+    WIN32_FIND_DATAW found;
+    HANDLE search = FindFirstFileW(target + CZelStringW(ZW(".~zel*.tmp")), &found);
+    if (search == INVALID_HANDLE_VALUE) return;
+    const int separator = std::max(target.ReverseFind(ZW('/')), target.ReverseFind(ZW('\\')));
+    const CZelStringW folder = target.Left(separator + 1);
+    do {
+        if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) DeleteFileW(folder + found.cFileName);
+    } while (FindNextFileW(search, &found));
+    FindClose(search);
+}
+
+bool WriteAll(HANDLE file, const std::string& bytes) {
+    DWORD written = 0;
+    return WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) != FALSE &&
+           written == bytes.size();
+}
+
 int Set(const Args& args) {
     if (args.size() != 5) return UsageError("ini", "set takes FILE SECTION KEY VALUE");
+    const std::string& file = args[1];
     if (const char* reason = Unstorable(args[2], args[3], args[4])) {
         return UsageError("ini", "[" + args[2] + "] " + args[3] + " cannot be stored: " + reason);
     }
-    IniSections table;
-    // Closed again at once: Windows cannot replace a file that is open.
-    const bool exists = std::ifstream(args[1], std::ios::binary).good();
-    if (exists && !Load(args[1], table)) return kExitUsage;
-    table[Wide(args[2])][Wide(args[3])] = Wide(args[4]);
-    return Save(args[1], table, exists ? EncodingOf(args[1]) : zel_settings::kIniUtf8) ? kExitOk : kExitUsage;
+    std::basic_string<WCHAR> resolved;
+    if (!zel_platform::ResolveSymbolicLinks(PathArgument(file).GetString(), resolved)) {
+        return Refuse(file, "cannot read", Reason(GetLastError()));
+    }
+    const CZelStringW target(resolved.c_str(), static_cast<int>(resolved.size()));
+    bool exists = false;
+    std::string reason;
+    if (!RegularOrMissing(target, &exists, &reason)) return Refuse(file, "cannot edit", reason);
+
+    EditLock lock(target);
+    if (!lock.Acquire()) return Refuse(file, "cannot lock", Reason(GetLastError()));
+    RemoveStaleTemporaries(target);
+    // Looked at again under the lock: another edit may have made the file.
+    if (!RegularOrMissing(target, &exists, &reason)) return Refuse(file, "cannot edit", reason);
+    IniFileText text;
+    if (!exists) {
+        text.StartNew();
+    } else if (!Load(file, target, text)) {
+        return kExitUsage;
+    }
+    if (!text.Set(Wide(args[2]), Wide(args[3]), Wide(args[4]), &reason)) return Refuse(file, "will not edit", reason);
+    if (!zel_fs::ReplaceFileAtomically(target, [&](HANDLE handle) { return WriteAll(handle, text.Bytes()); })) {
+        return Refuse(file, "cannot write", Reason(GetLastError()));
+    }
+    return kExitOk;
 }
 
 int Convert(const Args& args) {
-    if (args.size() != 4 || args[2] != "--to") return UsageError("ini", "convert takes FILE --to utf8|utf16|ansi");
-    int encoding;
-    if (args[3] == "utf8") {
-        encoding = zel_settings::kIniUtf8;
-    } else if (args[3] == "utf16") {
+    if (args.size() != 4 || args[2] != "--to") return UsageError("ini", "convert takes FILE --to CP");
+    UINT codePage = 0;
+    if (!ParseCodePage(args[3], &codePage)) return UsageError("ini", "unknown code page '" + args[3] + "'");
+    int encoding = codePage == CP_UTF8 ? zel_settings::kIniUtf8 : static_cast<int>(codePage);
+    if (codePage == kCodePageUtf16LE) {
         encoding = zel_settings::kIniUtf16LE;
-    } else if (args[3] == "ansi") {
-        encoding = CP_ACP;
-    } else {
-        return UsageError("ini", "unknown encoding '" + args[3] + "' (utf8, utf16 or ansi)");
+    } else if (codePage == kCodePageUtf16BE || codePage == kCodePageUtf32LE || codePage == kCodePageUtf32BE) {
+        return UsageError("ini", "INI files are UTF-8, UTF-16LE or a one- or two-byte code page");
     }
     IniSections table;
     if (!Load(args[1], table)) return kExitUsage;

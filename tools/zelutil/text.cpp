@@ -49,7 +49,7 @@ int RunText(const Args& args) {
         }
         file.SetNarrowCodePage(codePage);
     }
-    if (!file.Open(zel_text::CZelStringUtf8(path.c_str()).ToWide())) {
+    if (!file.Open(PathArgument(path))) {
         return UsageError(kCommand, "cannot read '" + path + "': " + Reason(GetLastError()));
     }
     zel_text::CZelStringW line;

@@ -27,7 +27,7 @@ std::string Utf8(const CZelStringW& wide) { return CZelStringUtf8(wide).GetStrin
 // Parses file with parser; prints the file, Expat's line and column and the
 // reason when that fails.
 bool Parse(zel::XmlExpatParser& parser, const std::string& file) {
-    if (parser.ParseWholeFile(Wide(file))) return true;
+    if (parser.ParseWholeFile(PathArgument(file))) return true;
     const zel::XmlParseFailure& failure = parser.LastFailure();
     if (failure.line == 0) {
         std::fprintf(stderr, "zelutil xml: '%s': %s\n", file.c_str(), failure.message.c_str());
@@ -198,8 +198,8 @@ void WriteSample(zel::XmlWriter& writer) {
 // file's place: file is never left torn.
 int WriteSampleCommand(const Args& args) {
     if (args.size() != 2) return UsageError("xml", "write-sample takes one FILE");
-    const CZelStringW target = Wide(args[1]);
-    const CZelStringW temporary = Wide(args[1] + ".zelutil-tmp");
+    const CZelStringW target = PathArgument(args[1]);
+    const CZelStringW temporary = PathArgument(args[1] + ".zelutil-tmp");
     zel::XmlWriter::SetDepth(0);
     zel::XmlWriter writer(temporary);
     bool written = false;
@@ -224,8 +224,7 @@ int WriteSampleCommand(const Args& args) {
     }
     if (!written) {
         DeleteFileW(temporary);
-        std::fprintf(stderr, "zelutil xml: cannot write '%s': system error %lu\n", args[1].c_str(),
-                     static_cast<unsigned long>(error));
+        std::fprintf(stderr, "zelutil xml: cannot write '%s': %s\n", args[1].c_str(), Reason(error).c_str());
         return kExitUsage;
     }
     return kExitOk;

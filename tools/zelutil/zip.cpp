@@ -1,6 +1,8 @@
 // zelutil zip: list, extract, create and add to zip archives.
 #include "tools/zelutil/commands.h"
 
+#include "zelutils/platform/native_path.h"
+
 #include "zelutils/platform/win32.h"
 #include "zelutils/text/zel_utf.h"
 #include "zelutils/zip/unzip_archive.h"
@@ -16,10 +18,8 @@ namespace {
 using zel_text::CZelStringUtf8;
 using zel_zip::WString;
 
-WString Wide(const std::string& utf8) {
-    zel_text::CZelStringW wide = CZelStringUtf8(utf8.c_str()).ToWide();
-    return WString(wide.GetString(), static_cast<std::size_t>(wide.GetLength()));
-}
+// A command-line argument (a file name, byte for byte on POSIX) as UTF-16.
+WString Wide(const std::string& argument) { return zel_platform::PathFromArgument(argument); }
 
 std::string Utf8(const WString& wide) { return CZelStringUtf8(wide.c_str()).GetString(); }
 
@@ -116,8 +116,8 @@ int Write(const Options& options, bool add) {
     WString scratch = target + ZW(".zelutil~");
     bool existing = add && GetFileAttributesW(target.c_str()) != INVALID_FILE_ATTRIBUTES;
     if (existing && !CopyFileW(target.c_str(), scratch.c_str(), FALSE)) {
-        std::fprintf(stderr, "zelutil zip: cannot copy '%s' (system error %u)\n", options.operands[0].c_str(),
-                     static_cast<unsigned>(GetLastError()));
+        std::fprintf(stderr, "zelutil zip: cannot copy '%s': %s\n", options.operands[0].c_str(),
+                     Reason(GetLastError()).c_str());
         return kExitFailure;
     }
     int status = kExitOk;
@@ -143,8 +143,8 @@ int Write(const Options& options, bool add) {
         if (!check.Open(scratch.c_str()) || !check.ReadContent()) status = ArchiveError(check);
     }
     if (status == kExitOk && !MoveFileExW(scratch.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING)) {
-        std::fprintf(stderr, "zelutil zip: cannot replace '%s' (system error %u)\n", options.operands[0].c_str(),
-                     static_cast<unsigned>(GetLastError()));
+        std::fprintf(stderr, "zelutil zip: cannot replace '%s': %s\n", options.operands[0].c_str(),
+                     Reason(GetLastError()).c_str());
         status = kExitFailure;
     }
     if (status != kExitOk) DeleteFileW(scratch.c_str());

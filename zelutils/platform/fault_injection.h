@@ -35,6 +35,7 @@ enum class SystemCall {
     ReadLink,         ///< readlink: ResolveSymbolicLinks
     ChangeMode,       ///< fchmod: CopyFileAccess
     ChangeOwner,      ///< fchown: CopyFileAccess
+    Lock,             ///< flock: LockFileEx, UnlockFileEx
 };
 
 /// Makes the nth call of the kind from now on (1: the next one) fail with

@@ -91,6 +91,14 @@ namespace zel_win32 {
 #define FILE_END 2
 //@}
 
+/// @name File lock flags
+//@{
+/// LockFileEx's flags: fail at once instead of waiting; an exclusive
+/// (write) lock instead of a shared one.
+#define LOCKFILE_FAIL_IMMEDIATELY 0x1u
+#define LOCKFILE_EXCLUSIVE_LOCK 0x2u
+//@}
+
 /// @name Failure sentinels
 //@{
 /// The failure result of SetFilePointer, GetFileSize or GetFileAttributesW.
@@ -229,6 +237,18 @@ ZEL_API DWORD GetFileSize(HANDLE file, LPDWORD sizeHigh);
 ZEL_API BOOL SetEndOfFile(HANDLE file);
 /// Writes the file's data through to the device. Needs write access.
 ZEL_API BOOL FlushFileBuffers(HANDLE file);
+/// Locks a range of an open file, shared or (LOCKFILE_EXCLUSIVE_LOCK)
+/// exclusive, waiting for other holders unless LOCKFILE_FAIL_IMMEDIATELY
+/// (then 33 when it is held). `overlapped` gives the range's start and must
+/// not be null (else 87). On POSIX the lock is advisory and covers the whole
+/// file whatever the range (flock: only other lockers wait); two handles of
+/// one process exclude each other, as on Windows. Closing the handle
+/// releases it.
+ZEL_API BOOL LockFileEx(HANDLE file, DWORD flags, DWORD reserved, DWORD bytesLow, DWORD bytesHigh,
+                        LPOVERLAPPED overlapped);
+/// Releases a lock taken with LockFileEx on the same handle and range.
+ZEL_API BOOL UnlockFileEx(HANDLE file, DWORD reserved, DWORD bytesLow, DWORD bytesHigh,
+                          LPOVERLAPPED overlapped);
 /// Attributes (0x10 for a folder, 0x1 read-only, 0x80 otherwise), times, size,
 /// link count, volume and file index of an open file.
 ZEL_API BOOL GetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION information);

@@ -83,38 +83,26 @@ bool StartsKey(WCHAR first) {
     return first == ZW('_') || (first < 0x100 && std::isalnum(static_cast<unsigned char>(first)) != 0);
 }
 
-// Applies the grammar to the lines of source.
-bool ParseLines(IZelIniFileReaderImpl& source, IniSections& table) {
+// Applies the grammar to the lines of source; a line that breaks it fills
+// *error (when given) and ends the load.
+bool ParseLines(IZelIniFileReaderImpl& source, IniSections& table, IniSyntaxError* error) {
     table.clear();
     CZelStringW section;
-    if (source.AtEnd()) return true;
-    for (;;) {
-        CZelStringW line = source.ReadLine();
-        WCHAR first = line.GetAt(0);
-        if (line.IsEmpty()) {
-            section.Empty();
-        } else if (first == ZW('\t') || first == ZW(' ')) {
-            line.TrimRight();
-            line.TrimLeft();
-            if (!line.IsEmpty()) return false;
-            section.Empty();
-        } else if (first == ZW('#') || first == ZW('/') || first == ZW(';')) {
-            // A comment.
-        } else if (first == ZW('[')) {
-            line.TrimRight();
-            line.TrimLeft();
-            int length = line.GetLength();
-            if (length < 3 || line.GetAt(length - 1) != ZW(']')) return false;
-            section = line.Mid(1, length - 2);
-        } else if (StartsKey(first)) {
-            int equals = line.Find(ZW('='));
-            if (equals < 0) return false;
-            table[section][line.Left(equals)] = line.Mid(equals + 1);
-        } else {
+    CZelStringW name;
+    CZelStringW value;
+    while (!source.AtEnd()) {
+        const char* reason = "";
+        switch (ClassifyIniLine(source.ReadLine(), &name, &value, &reason)) {
+        case IniLineKind::kBlank: section.Empty(); break;
+        case IniLineKind::kComment: break;
+        case IniLineKind::kSection: section = name; break;
+        case IniLineKind::kKey: table[section][name] = value; break;
+        case IniLineKind::kInvalid:
+            if (error != nullptr) *error = IniSyntaxError{source.LineNumber(), reason};
             return false;
         }
-        if (source.AtEnd()) return true;
     }
+    return true;
 }
 
 // The whole file, or false when it cannot be read. The buffer is made of
@@ -181,6 +169,37 @@ bool EnsureFolder(const CZelStringW& path) { return zel_fs::CreateFolderPath(Fol
 
 }  // namespace
 
+IniLineKind ClassifyIniLine(const CZelStringW& text, CZelStringW* name, CZelStringW* value, const char** reason) {
+    auto invalid = [reason](const char* why) {
+        if (reason != nullptr) *reason = why;
+        return IniLineKind::kInvalid;
+    };
+    WCHAR first = text.GetAt(0);
+    if (text.IsEmpty()) return IniLineKind::kBlank;
+    if (first == ZW('\t') || first == ZW(' ')) {
+        CZelStringW line = text;
+        line.TrimRight();
+        line.TrimLeft();
+        return line.IsEmpty() ? IniLineKind::kBlank : invalid("an indented line that is not blank");
+    }
+    if (first == ZW('#') || first == ZW('/') || first == ZW(';')) return IniLineKind::kComment;
+    if (first == ZW('[')) {
+        CZelStringW line = text;
+        line.TrimRight();
+        line.TrimLeft();
+        int length = line.GetLength();
+        if (length < 3 || line.GetAt(length - 1) != ZW(']')) return invalid("a section header without a name or ']'");
+        *name = line.Mid(1, length - 2);
+        return IniLineKind::kSection;
+    }
+    if (!StartsKey(first)) return invalid("a line that starts no key, comment or section");
+    int equals = text.Find(ZW('='));
+    if (equals < 0) return invalid("a key without '='");
+    *name = text.Left(equals);
+    *value = text.Mid(equals + 1);
+    return IniLineKind::kKey;
+}
+
 // --- Line sources -----------------------------------------------------------
 
 template <class String, class Char>
@@ -189,15 +208,26 @@ bool TZelIniFileReaderImpl<String, Char>::AtEnd() {
 }
 
 template <class String, class Char>
+void TZelIniFileReaderImpl<String, Char>::SkipLineEnds() {
+    while (position_ < count_ && IsLineEnd(static_cast<unsigned>(text_[position_]))) {
+        // CR LF is one line end.
+        if (!(text_[position_] == '\n' && position_ > 0 && text_[position_ - 1] == '\r')) ++nextLineNumber_;
+        ++position_;
+    }
+}
+
+template <class String, class Char>
 CZelStringW TZelIniFileReaderImpl<String, Char>::ReadLine() {
-    while (position_ < count_ && IsLineEnd(static_cast<unsigned>(text_[position_]))) ++position_;
+    SkipLineEnds();
+    lineNumber_ = nextLineNumber_;
     if (AtEnd()) return CZelStringW();
     std::size_t start = position_;
     while (position_ < count_ && text_[position_] != 0 && !IsLineEnd(static_cast<unsigned>(text_[position_]))) {
         ++position_;
     }
     line_ = String(text_ + start, static_cast<int>(position_ - start));
-    while (position_ < count_ && IsLineEnd(static_cast<unsigned>(text_[position_]))) ++position_;
+    // Passed over at once so that AtEnd sees the end of a text ending in line ends.
+    SkipLineEnds();
     return ToWide(line_, codePage_);
 }
 
@@ -299,6 +329,10 @@ template class TZelIniFileWriterImpl<CZelStringA, char>;
 // --- Load and save ----------------------------------------------------------
 
 bool ParseIniText(const void* bytes, std::size_t count, IniSections& table) {
+    return ParseIniText(bytes, count, table, nullptr);
+}
+
+bool ParseIniText(const void* bytes, std::size_t count, IniSections& table, IniSyntaxError* error) {
     std::size_t markLength = 0;
     auto encoding = zel_text::DetectTextEncoding(bytes, count, &markLength);
     const char* text = static_cast<const char*>(bytes) + markLength;
@@ -313,14 +347,14 @@ bool ParseIniText(const void* bytes, std::size_t count, IniSections& table) {
             units = reinterpret_cast<const WCHAR*>(aligned.data());
         }
         TZelIniFileReaderImpl<CZelStringW, WCHAR> source(units, rest / 2, CP_UTF8);
-        return ParseLines(source, table);
+        return ParseLines(source, table, error);
     }
     if (encoding == zel_text::TextEncoding::Utf8) {
         TZelIniFileReaderImpl<CZelStringUtf8, char> source(text, rest, CP_UTF8);
-        return ParseLines(source, table);
+        return ParseLines(source, table, error);
     }
     TZelIniFileReaderImpl<CZelStringA, char> source(text, rest, CP_ACP);
-    return ParseLines(source, table);
+    return ParseLines(source, table, error);
 }
 
 bool LoadIniFile(const CZelStringW& path, IniSections& table) {

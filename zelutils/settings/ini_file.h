@@ -54,6 +54,9 @@ public:
     /// Skips CR/LF runs and returns the next line, converted to wide text
     /// (empty at the end).
     virtual zel_text::CZelStringW ReadLine() = 0;
+    /// The number, from 1, of the line ReadLine returned last; LF, CR LF and
+    /// CR each end one line, so empty lines count too.
+    virtual int LineNumber() const = 0;
     virtual ~IZelIniFileReaderImpl();
 };
 
@@ -69,11 +72,16 @@ public:
         : text_(text), count_(count), codePage_(codePage) {}
     bool AtEnd() override;
     zel_text::CZelStringW ReadLine() override;
+    int LineNumber() const override { return lineNumber_; }
 
 private:
+    void SkipLineEnds();
+
     const Char* text_;
     std::size_t count_;
     std::size_t position_ = 0;
+    int lineNumber_ = 0;
+    int nextLineNumber_ = 1;
     UINT codePage_;
     String line_;
 };
@@ -130,6 +138,27 @@ private:
     bool transferredNothing_ = false;
 };
 
+/// What a line is by the grammar above.
+enum class IniLineKind {
+    kBlank,    ///< empty or blanks only: ends the current section
+    kComment,  ///< starts with '#', '/' or ';'
+    kSection,  ///< "[name]", blanks around it allowed
+    kKey,      ///< "key=value": the key up to the first '=', the value after it, both as they stand
+    kInvalid,  ///< breaks the grammar: the load fails here
+};
+
+/// Classifies line (without its line end). For kSection *name receives the
+/// section's name; for kKey *name the key and *value the value; for kInvalid
+/// *reason (when given) says what is wrong, in words.
+ZEL_API IniLineKind ClassifyIniLine(const zel_text::CZelStringW& line, zel_text::CZelStringW* name,
+                                    zel_text::CZelStringW* value, const char** reason = nullptr);
+
+/// Where and why a text failed the grammar.
+struct IniSyntaxError {
+    int line = 0;              ///< the first bad line's number, from 1; 0 when the text loaded
+    const char* reason = "";  ///< what is wrong with it
+};
+
 /// Loads the whole file at path into table (cleared first). False when the
 /// file cannot be read (table untouched) or a line breaks the grammar (the
 /// table keeps what was stored before that line).
@@ -154,5 +183,7 @@ ZEL_API bool SaveIniFileAtomic(const zel_text::CZelStringW& path, const IniSecti
 /// Parses text already in memory (bytes of a whole file) into table, as
 /// LoadIniFile does after reading the file.
 ZEL_API bool ParseIniText(const void* bytes, std::size_t count, IniSections& table);
+/// As ParseIniText; a text that breaks the grammar also fills *error.
+ZEL_API bool ParseIniText(const void* bytes, std::size_t count, IniSections& table, IniSyntaxError* error);
 
 }  // namespace zel_settings

@@ -3,6 +3,7 @@
 
 #include "zelutils/platform/posix/system_calls.h"
 
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -15,7 +16,7 @@
 namespace zel_platform::posix {
 namespace {
 
-constexpr int kKinds = static_cast<int>(SystemCall::ChangeOwner) + 1;
+constexpr int kKinds = static_cast<int>(SystemCall::Lock) + 1;
 
 // The operating system's entry points. open is variadic in C; the wrapper
 // always passes the mode.
@@ -39,12 +40,13 @@ struct SystemCallTable {
     ssize_t (*readlink)(const char*, char*, std::size_t);
     int (*fchmod)(int, mode_t);
     int (*fchown)(int, uid_t, gid_t);
+    int (*flock)(int, int);
 };
 
 const SystemCallTable kSystem = {::open,  ::close,   ::read,     ::write,     ::lseek,  ::ftruncate,
                                  ::fsync, ::statx,   ::futimens, ::renameat2, ::unlink, ::mkdir,
                                  ::rmdir, ::opendir, ::readdir,  ::closedir, ::readlink,
-                                 ::fchmod, ::fchown};
+                                 ::fchmod, ::fchown, ::flock};
 
 struct Fault {
     unsigned long at = 0;  // the count at which the call fails; 0: none
@@ -184,6 +186,10 @@ int SetTimes(int fd, const struct timespec times[2]) {
 int Rename(const char* from, const char* to, unsigned flags) {
     if (Intercept(SystemCall::Rename)) return -1;
     return kSystem.renameat2(AT_FDCWD, from, AT_FDCWD, to, flags);
+}
+
+int Lock(int fd, int operation) {
+    return RetryInterrupted([&] { return Intercept(SystemCall::Lock) ? -1 : kSystem.flock(fd, operation); });
 }
 
 int Unlink(const char* path) { return Intercept(SystemCall::Unlink) ? -1 : kSystem.unlink(path); }

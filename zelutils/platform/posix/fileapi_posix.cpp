@@ -9,6 +9,7 @@
 #include "zelutils/platform/posix/path_conversion.h"
 #include "zelutils/platform/posix/system_calls.h"
 
+#include <sys/file.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -496,6 +497,27 @@ BOOL zel_win32::FlushFileBuffers(HANDLE file) {
     std::shared_ptr<FileObject> object = FileWithAccess(file, kWriteAccess);
     if (!object) return FALSE;
     return sys::Sync(object->Fd()) == 0 || FailFromErrno();
+}
+
+// The whole file's flock lock stands for any range: the library locks files
+// only to serialise whole-file edits.
+BOOL zel_win32::LockFileEx(HANDLE file, DWORD flags, DWORD /*reserved*/, DWORD /*bytesLow*/,
+                           DWORD /*bytesHigh*/, LPOVERLAPPED overlapped) {
+    std::shared_ptr<FileObject> object = FileOf(file);
+    if (!object) return FALSE;
+    if (overlapped == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    int operation = (flags & LOCKFILE_EXCLUSIVE_LOCK) != 0 ? LOCK_EX : LOCK_SH;
+    if ((flags & LOCKFILE_FAIL_IMMEDIATELY) != 0) operation |= LOCK_NB;
+    if (sys::Lock(object->Fd(), operation) == 0) return TRUE;
+    return errno == EWOULDBLOCK ? Fail(ERROR_LOCK_VIOLATION) : FailFromErrno();
+}
+
+BOOL zel_win32::UnlockFileEx(HANDLE file, DWORD /*reserved*/, DWORD /*bytesLow*/, DWORD /*bytesHigh*/,
+                             LPOVERLAPPED overlapped) {
+    std::shared_ptr<FileObject> object = FileOf(file);
+    if (!object) return FALSE;
+    if (overlapped == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    return sys::Lock(object->Fd(), LOCK_UN) == 0 || FailFromErrno();
 }
 
 BOOL zel_win32::GetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION information) {

@@ -313,6 +313,12 @@ ConversionResult IconvToUtf16(UINT codePage, const char* source, std::size_t len
         in += skipped;
         inLeft -= skipped;
     }
+    // iconv holds back a base letter that a combining mark may still follow
+    // (1255, 1258): the end of the input releases it.
+    char* out = reinterpret_cast<char*>(chunk);
+    std::size_t outLeft = sizeof chunk;
+    iconv(lease.Descriptor(), nullptr, nullptr, &out, &outLeft);
+    sink.Put(chunk, (sizeof chunk - outLeft) / sizeof(char16_t));
     return sink.Result();
 }
 

@@ -6,18 +6,76 @@
 #include "zelutils/platform/posix/path_conversion.h"
 #include "zelutils/platform/posix/system_calls.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
 
 namespace zel_platform::posix {
+
+namespace {
+
+constexpr char16_t kEscapeFirst = 0xDC80;
+constexpr char16_t kEscapeLast = 0xDCFF;
+
+// The length of the well-formed UTF-8 sequence at text, or 0 when the byte
+// there starts none (a stray, overlong, surrogate or out-of-range form).
+std::size_t WellFormedLength(const unsigned char* text, std::size_t left) {
+    unsigned char lead = text[0];
+    if (lead < 0x80) return 1;
+    std::size_t length = 0;
+    unsigned char low = 0x80;
+    unsigned char high = 0xBF;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        length = 2;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+        length = 3;
+        if (lead == 0xE0) low = 0xA0;
+        if (lead == 0xED) high = 0x9F;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+        length = 4;
+        if (lead == 0xF0) low = 0x90;
+        if (lead == 0xF4) high = 0x8F;
+    } else {
+        return 0;
+    }
+    if (left < length || text[1] < low || text[1] > high) return 0;
+    for (std::size_t i = 2; i < length; ++i) {
+        if ((text[i] & 0xC0) != 0x80) return 0;
+    }
+    return length;
+}
+
+void AppendUtf8(std::string& out, const WCHAR* units, std::size_t count) {
+    if (count == 0) return;
+    std::size_t start = out.size();
+    out.resize(start + Utf16ToUtf8(units, count, nullptr, 0).count);
+    Utf16ToUtf8(units, count, &out[start], out.size() - start);
+}
+
+void AppendUtf16(WideString& out, const char* text, std::size_t count) {
+    if (count == 0) return;
+    std::size_t start = out.size();
+    out.resize(start + Utf8ToUtf16(text, count, nullptr, 0).count);
+    Utf8ToUtf16(text, count, &out[start], out.size() - start);
+}
+
+}  // namespace
 
 std::string ToNativePath(const WCHAR* path) {
     std::string out;
     if (path == nullptr) return out;
     std::size_t length = 0;
     while (path[length] != 0) ++length;
-    out.resize(Utf16ToUtf8(path, length, nullptr, 0).count);
-    Utf16ToUtf8(path, length, &out[0], out.size());
+    std::size_t run = 0;  // start of the units not yet converted
+    for (std::size_t i = 0; i < length; ++i) {
+        bool escape = path[i] >= kEscapeFirst && path[i] <= kEscapeLast &&
+                      (i == 0 || path[i - 1] < 0xD800 || path[i - 1] > 0xDBFF);
+        if (!escape) continue;
+        AppendUtf8(out, path + run, i - run);
+        out += static_cast<char>(path[i] & 0xFF);
+        run = i + 1;
+    }
+    AppendUtf8(out, path + run, length - run);
     // A backslash byte never occurs inside a longer UTF-8 sequence.
     for (char& c : out) {
         if (c == '\\') c = '/';
@@ -26,8 +84,21 @@ std::string ToNativePath(const WCHAR* path) {
 }
 
 WideString FromNativeText(const char* text, std::size_t length) {
-    WideString out(Utf8ToUtf16(text, length, nullptr, 0).count, u'\0');
-    Utf8ToUtf16(text, length, &out[0], out.size());
+    WideString out;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text);
+    std::size_t run = 0;  // start of the well-formed bytes not yet decoded
+    std::size_t i = 0;
+    while (i < length) {
+        std::size_t sequence = WellFormedLength(bytes + i, length - i);
+        if (sequence != 0) {
+            i += sequence;
+            continue;
+        }
+        AppendUtf16(out, text + run, i - run);
+        out += static_cast<char16_t>(0xDC00 | bytes[i]);
+        run = ++i;
+    }
+    AppendUtf16(out, text + run, length - run);
     return out;
 }
 
@@ -56,6 +127,14 @@ DWORD CopyOrMeasure(const WideString& text, LPWSTR buffer, DWORD bufferLength) {
 }  // namespace zel_platform::posix
 
 namespace zel_platform {
+
+std::vector<std::string> ProgramArguments(int argc, char** argv) {
+    return std::vector<std::string>(argv + std::min(argc, 1), argv + std::max(argc, 0));
+}
+
+std::basic_string<WCHAR> PathFromArgument(const std::string& argument) {
+    return posix::FromNativeText(argument.data(), argument.size());
+}
 
 std::filesystem::path FileSystemPath(const WCHAR* path) {
     return std::filesystem::path(posix::ToNativePath(path));

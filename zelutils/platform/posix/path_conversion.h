@@ -15,12 +15,15 @@ namespace zel_platform::posix {
 
 using WideString = std::basic_string<WCHAR>;
 
-/// The UTF-8 form of a library path with every `\` turned into `/`. Lone
+/// The UTF-8 form of a library path with every `\` turned into `/`. A lone
+/// surrogate U+DC80..U+DCFF is written as the byte it carries (0x80..0xFF),
+/// so a name read from the system goes back to it unchanged; other lone
 /// surrogates become U+FFFD, as the UTF-8 code page writes them.
 std::string ToNativePath(const WCHAR* path);
 
-/// UTF-8 text from the system (file names, paths) as UTF-16; bytes that are
-/// not UTF-8 become U+FFFD.
+/// Text from the system (file names, paths, arguments) as UTF-16: UTF-8 is
+/// decoded, and each byte that is not part of a well-formed UTF-8 sequence
+/// becomes the lone surrogate U+DC00 + byte, which ToNativePath turns back.
 WideString FromNativeText(const char* text, std::size_t length);
 
 /// The Win32 error for a call on nativePath that failed with errnoValue.

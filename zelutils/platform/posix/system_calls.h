@@ -43,5 +43,8 @@ int CloseDirectory(DIR* directory);
 ssize_t ReadLink(const char* path, char* buffer, std::size_t size);
 int ChangeMode(int fd, mode_t mode);
 int ChangeOwner(int fd, uid_t owner, gid_t group);
+/// flock (LOCK_SH, LOCK_EX, LOCK_UN, with LOCK_NB); a wait interrupted by a
+/// signal is resumed.
+int Lock(int fd, int operation);
 
 }  // namespace zel_platform::posix::sys
