@@ -227,6 +227,10 @@ LogFile& LogFile::instance() {
 LogFile::~LogFile() { shutDown(); }
 
 void LogFile::shutDown() {
+    // A thread the system ended at process exit may have held the lock; no
+    // other thread is left to use the log, so it gets a fresh one. Its
+    // half-built line never reached the buffer, which grows only by whole lines.
+    if (zel_platform::OtherThreadsHaveEnded()) new (&lock_) std::recursive_mutex();
     Lock lock(*this);
     if (closed_) return;
     if (writesClosingLine_) writeLine(kLogLevelNormal, ZW("Logging finished"));

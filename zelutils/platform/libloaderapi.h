@@ -57,4 +57,11 @@ ZEL_API HMODULE LibraryModule();
 /// registering nothing, for a null handler or when no more can be held (32
 /// on Windows).
 ZEL_API bool AtLibraryUnload(void (*handler)());
+/// True while the library's static objects are destroyed in a process that
+/// is ending, after the system has ended every other thread: Windows does
+/// so before it unloads a DLL at process exit, so a lock held by one of
+/// those threads is never released. False on POSIX, where exit handlers run
+/// while the other threads still do, and where the library is linked
+/// statically.
+ZEL_API bool OtherThreadsHaveEnded();
 }  // namespace zel_platform

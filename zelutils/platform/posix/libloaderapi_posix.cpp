@@ -243,4 +243,6 @@ HMODULE LibraryModule() {
 // alive when it runs.
 bool AtLibraryUnload(void (*handler)()) { return handler != nullptr && std::atexit(handler) == 0; }
 
+bool OtherThreadsHaveEnded() { return false; }
+
 }  // namespace zel_platform

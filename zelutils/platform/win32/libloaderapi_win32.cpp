@@ -40,6 +40,8 @@ bool zel_platform::AtLibraryUnload(void (*handler)()) {
     return handler != nullptr && std::atexit(handler) == 0;
 }
 
+bool zel_platform::OtherThreadsHaveEnded() { return false; }
+
 #else
 
 namespace {
@@ -49,6 +51,7 @@ namespace {
 constexpr int kMaxUnloadHandlers = 32;
 std::atomic<void (*)()> gUnloadHandlers[kMaxUnloadHandlers];
 std::atomic<int> gUnloadHandlerCount{0};
+std::atomic<bool> gOtherThreadsEnded{false};
 
 void RunUnloadHandlers() {
     // Marking the table full refuses registrations from the handlers.
@@ -71,12 +74,20 @@ bool zel_platform::AtLibraryUnload(void (*handler)()) {
     return true;
 }
 
+bool zel_platform::OtherThreadsHaveEnded() { return gOtherThreadsEnded.load(); }
+
 // The DLL's entry routine. Attaching needs no work (the library's singletons
 // are made on first use), so it always reports success. At process detach
 // the unload handlers run before the C runtime destroys the library's static
 // objects, so the log can still write its closing line.
-extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID) {
-    if (reason == DLL_PROCESS_DETACH) RunUnloadHandlers();
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID reserved) {
+    if (reason == DLL_PROCESS_DETACH) {
+        // A detach with reserved set is the process ending: ExitProcess has
+        // ended the other threads already.
+        gOtherThreadsEnded.store(reserved != nullptr);
+        RunUnloadHandlers();
+    }
     return TRUE;
 }
 
