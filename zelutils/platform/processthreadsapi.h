@@ -6,6 +6,7 @@
 /// a stack overflow (see errhandlingapi.h).
 #pragma once
 
+#include "zelutils/platform/fileapi.h"
 #include "zelutils/platform/windef.h"
 #include "zelutils/zel_api.h"
 
@@ -37,7 +38,6 @@ using namespace zel_win32;
 #define STILL_ACTIVE 259
 
 typedef DWORD (*LPTHREAD_START_ROUTINE)(LPVOID parameter);
-struct _SECURITY_ATTRIBUTES;
 
 namespace zel_win32 {
 /// Starts start(parameter) on a new thread and returns its handle (null and
@@ -46,7 +46,7 @@ namespace zel_win32 {
 /// in creationFlags the body waits for ResumeThread. *threadId (when given)
 /// receives the thread's id. The handle is signalled when the body returns;
 /// the caller closes it. Security attributes are ignored.
-ZEL_API HANDLE CreateThread(struct _SECURITY_ATTRIBUTES* securityAttributes, SIZE_T stackSize,
+ZEL_API HANDLE CreateThread(LPSECURITY_ATTRIBUTES securityAttributes, SIZE_T stackSize,
                             LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD creationFlags,
                             LPDWORD threadId);
 /// Lets a thread created suspended run. Returns the previous suspend count

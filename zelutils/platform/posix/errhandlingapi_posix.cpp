@@ -26,7 +26,8 @@
 #include <cstring>
 #include <mutex>
 
-struct _CONTEXT {
+// The processor state at a fault, as the signal handler received it.
+struct zel_win32::_CONTEXT {
     ucontext_t state;
 };
 
