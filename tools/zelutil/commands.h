@@ -39,6 +39,7 @@ int RunIni(const Args& args);
 int RunZip(const Args& args);
 int RunXml(const Args& args);
 int RunText(const Args& args);
+int RunCrash(const Args& args);
 
 /// The code page a command-line name (utf8, utf16, ansi, oem) or number
 /// stands for; false when it is neither or not available here.

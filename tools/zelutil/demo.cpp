@@ -2,7 +2,7 @@
 // points the folder register at its data folder, loads its settings (a
 // UTF-16 INI file), logs what it does, formats the values it read, changes
 // a setting and saves the file back atomically in UTF-8, and converts a
-// Windows-1252 text on the way.
+// Windows-1252 text on a worker thread.
 #include "tools/zelutil/commands.h"
 
 #include "zelutils/diag/log_file.h"
@@ -12,11 +12,13 @@
 #include "zelutils/text/zel_encoding.h"
 #include "zelutils/text/zel_number_format.h"
 #include "zelutils/text/zel_utf.h"
+#include "zelutils/zelsys/zel_thread.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 
 namespace zelutil {
@@ -119,13 +121,39 @@ bool DemoCodePages() {
 
 }  // namespace
 
+DWORD CodePagesOnWorker(void*) { return DemoCodePages() ? 0 : 1; }
+
+// Runs the code-page demo on a worker thread, under the crash guard, and
+// shows the start and finish lines the worker left in the log.
+bool DemoWorkerThread() {
+    HANDLE worker = zel::thread::CreateWorkerThread(__FILE__, __LINE__, "demo worker", CodePagesOnWorker, nullptr, 0, 0);
+    if (worker == nullptr) {
+        std::fprintf(stderr, "zelutil demo: cannot start a worker thread (error %u)\n",
+                     static_cast<unsigned>(GetLastError()));
+        return false;
+    }
+    DWORD code = 1;
+    bool ok = zel::thread::WaitForWorkerThread(worker) && GetExitCodeThread(worker, &code) && code == 0;
+    CloseHandle(worker);
+    zel_core::logFlush();
+    std::printf("worker thread: exit code %u, its log lines:\n", static_cast<unsigned>(code));
+    std::istringstream log(ReadFileBytes(Utf8(zel_core::logFilePath())));
+    for (std::string line; std::getline(log, line);) {
+        if (line.find("THR_S #") != std::string::npos || line.find("THR_F #") != std::string::npos) {
+            if (!line.empty() && line.back() == '\r') line.pop_back();
+            std::printf("  %s\n", line.c_str());
+        }
+    }
+    return ok;
+}
+
 int RunDemo(const Args&) {
     CZelStringW dataFolder = MakeDataFolder();
     zel::folders::GetApplicationFileNameBuilder().SetDataFolder(dataFolder, 0);
     std::puts("folders:");
     PrintFolders();
     zel_core::logPrintf("zelutil demo started");
-    bool ok = DemoSettings(dataFolder) && DemoCodePages();
+    bool ok = DemoSettings(dataFolder) && DemoWorkerThread();
     zel_core::logPrintf("zelutil demo %s", ok ? "finished" : "failed");
     zel_core::logFlush();
     std::printf("log: %s\n", Utf8(zel_core::logFilePath()).c_str());
