@@ -3,6 +3,7 @@
 // status of a terminated process.
 #include "zelutils/platform/win32.h"
 
+#include "tests/support/crash.h"
 #include "tests/support/temp_folder.h"
 #include "zelutils/text/zel_utf.h"
 
@@ -13,27 +14,11 @@
 #include <filesystem>
 #include <string>
 
-#ifdef _WIN32
-#define ZEL_KILLED_BY(signal, code) ::testing::ExitedWithCode(code)
-#else
-#include <csignal>
-#define ZEL_KILLED_BY(signal, code) ::testing::KilledBySignal(signal)
-#endif
-
-// Faults on purpose: kept out of the sanitizers' checks, so the fault itself
-// is what the guard sees.
-#define ZEL_FAULTS_ON_PURPOSE __attribute__((noinline, no_sanitize("undefined", "address")))
-
 namespace {
 
-volatile int gZero = 0;
-int* volatile gNull = nullptr;
+using zel_test::DivideByZero;
+using zel_test::WriteThroughNull;
 
-ZEL_FAULTS_ON_PURPOSE DWORD WriteThroughNull(void*) {
-    *gNull = 1;
-    return 0;
-}
-ZEL_FAULTS_ON_PURPOSE DWORD DivideByZero(void*) { return static_cast<DWORD>(7 / gZero); }
 DWORD ReturnArgument(void* argument) { return static_cast<DWORD>(reinterpret_cast<std::uintptr_t>(argument)); }
 
 struct Seen {

@@ -399,6 +399,9 @@ bool PrepareThreadForFaults() {
         state.ownsAltStack = true;
     }
     state.stackLow = LowestStackAddress();
+    // The report names the thread; asked now, the handler reads the cached
+    // id instead of making the first, not async-signal-safe, request.
+    GetCurrentThreadId();
     tState = &state;
     return true;
 }
