@@ -109,7 +109,7 @@ TEST(WorkerThread, PseudoHandlesAreRefusedAndIdentityIsTheCallingThreads) {
 }
 
 TEST_F(WorkerThreadTest, AFaultInAWorkerIsReportedAtTheWrappersPositionAndTheProcessGoesOn) {
-    DWORD id = 0;
+    unsigned id = 0;
     EXPECT_EXIT(
         {
             UseFolder();
@@ -129,7 +129,7 @@ TEST_F(WorkerThreadTest, AFaultInAWorkerIsReportedAtTheWrappersPositionAndThePro
     std::sscanf(log.c_str() + start + 7, "%x", &id);
     char crash[80];
     std::snprintf(crash, sizeof crash, "APPCRASH (C0000005 in THR#%X) at zelutils/zelsys/zel_thread@106\r\n",
-                  static_cast<unsigned>(id));
+                  id);
     std::size_t report = log.find(crash);
     std::size_t finish = log.find("THR_F #");
     EXPECT_LT(start, report) << log;
