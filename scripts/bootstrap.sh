@@ -8,8 +8,9 @@ packages_for() {
     case "$1" in
         # zip, unzip and python3: archives made by other tools (tests/zip); python3,
         # iso-codes and xkb-data: large XML files written elsewhere, and a
-        # second parser to compare with (tests/xml).
-        test)  echo "cmake make g++ pkg-config zlib1g-dev libminizip-dev libexpat1-dev libgtest-dev libgmock-dev zip unzip python3 iso-codes xkb-data" ;;
+        # second parser to compare with (tests/xml). libdw-dev: symbolising
+        # POSIX crash reports (zelutil crash).
+        test)  echo "cmake make g++ pkg-config zlib1g-dev libminizip-dev libexpat1-dev libgtest-dev libgmock-dev zip unzip python3 iso-codes xkb-data libdw-dev" ;;
         bench) packages_for test; echo "libbenchmark-dev libspdlog-dev libinih-dev libpugixml-dev" ;;
         fuzz)  packages_for test; echo "clang libclang-rt-14-dev" ;;
         # The MinGW-w64 cross build, GoogleTest's sources for it, zlib for

@@ -23,8 +23,9 @@ portable() {  # the portable sources, one path a line
 }
 
 std_headers='algorithm|any|array|atomic|bitset|cassert|cctype|cerrno|cfloat|charconv|chrono|cinttypes|climits|clocale|cmath|codecvt|condition_variable|csetjmp|csignal|cstdarg|cstddef|cstdint|cstdio|cstdlib|cstring|ctime|cuchar|cwchar|cwctype|deque|exception|filesystem|forward_list|fstream|functional|future|initializer_list|iomanip|ios|iosfwd|iostream|istream|iterator|limits|list|locale|map|memory|memory_resource|mutex|new|numeric|optional|ostream|queue|random|ratio|regex|scoped_allocator|set|shared_mutex|sstream|stack|stdexcept|streambuf|string|string_view|system_error|thread|tuple|type_traits|typeindex|typeinfo|unordered_map|unordered_set|utility|valarray|variant|vector|assert\.h|stdint\.h|stddef\.h|stdio\.h|stdlib\.h|string\.h|limits\.h|math\.h|float\.h|stdarg\.h|errno\.h|time\.h|ctype\.h|inttypes\.h'
-# Third-party libraries the portable modules are built on (their headers are portable C).
-dependency_headers='expat\.h|zlib\.h|minizip/[a-z0-9_]+\.h'
+# Third-party libraries the portable modules are built on (their headers are portable C),
+# and libdw with the C++ ABI's demangler, which only zelutil's symboliser uses.
+dependency_headers='expat\.h|zlib\.h|minizip/[a-z0-9_]+\.h|elfutils/libdwfl\.h|cxxabi\.h'
 includes=$(portable | grep -E '\.(h|cpp)$' | xargs -r grep -nE '^[[:space:]]*#[[:space:]]*include' \
     | grep -vE "#[[:space:]]*include[[:space:]]*(<($std_headers|$dependency_headers)>|\"(zelutils|tools)/[A-Za-z0-9_/]+\.h\")" || true)
 [ -n "$includes" ] && report "headers outside the standard library, the library and its dependencies:" "$includes"

@@ -16,8 +16,10 @@ logs=$build/test-logs
 
 export WINEPREFIX=$build/wine-prefix
 export WINEDEBUG=-all
-# Keeps prefix creation from offering to install Mono and Gecko.
-export WINEDLLOVERRIDES="mscoree,mshtml="
+# Keeps prefix creation from offering to install Mono and Gecko; without
+# winedbg an unhandled fault ends the process with its exception code, as on
+# Windows without a debugger, instead of waiting in the debugger for ever.
+export WINEDLLOVERRIDES="mscoree,mshtml=;winedbg.exe=d"
 unset DISPLAY WAYLAND_DISPLAY
 export ZEL_DEBUG_OUTPUT=0
 

@@ -121,8 +121,10 @@ TEST_F(FileApi, LocksExcludeOtherHandlesUntilReleasedOrClosed) {
     ASSERT_NE(second, INVALID_HANDLE_VALUE);
     OVERLAPPED range{};
     constexpr DWORD kTry = LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY;
-    EXPECT_FALSE(LockFileEx(first, kTry, 0, 1, 0, nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    if (zel_platform::kEmulated) {  // Windows itself faults on a null OVERLAPPED
+        EXPECT_FALSE(LockFileEx(first, kTry, 0, 1, 0, nullptr));
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    }
     ASSERT_TRUE(LockFileEx(first, kTry, 0, 1, 0, &range)) << GetLastError();
     EXPECT_FALSE(LockFileEx(second, kTry, 0, 1, 0, &range));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_LOCK_VIOLATION));

@@ -3,6 +3,8 @@
 // status of a terminated process.
 #include "zelutils/platform/win32.h"
 
+#include "tests/support/crash.h"
+#include "tests/support/environment.h"
 #include "tests/support/temp_folder.h"
 #include "zelutils/text/zel_utf.h"
 
@@ -13,37 +15,11 @@
 #include <filesystem>
 #include <string>
 
-#ifdef _WIN32
-#define ZEL_KILLED_BY(signal, code) ::testing::ExitedWithCode(code)
-#elif defined(__SANITIZE_ADDRESS__)
-#include <csignal>
-// AddressSanitizer's own handler reports an access fault the library passes
-// on, and exits with 1: what the process does without the library in that
-// build. Other signals keep their default action.
-#define ZEL_KILLED_BY(signal, code)                                                                   \
-    [](int status) {                                                                                  \
-        return (signal) == SIGSEGV ? ::testing::ExitedWithCode(1)(status)                             \
-                                   : ::testing::KilledBySignal(signal)(status);                       \
-    }
-#else
-#include <csignal>
-#define ZEL_KILLED_BY(signal, code) ::testing::KilledBySignal(signal)
-#endif
-
-// Faults on purpose: kept out of the sanitizers' checks, so the fault itself
-// is what the guard sees.
-#define ZEL_FAULTS_ON_PURPOSE __attribute__((noinline, no_sanitize("undefined", "address")))
-
 namespace {
 
-volatile int gZero = 0;
-int* volatile gNull = nullptr;
+using zel_test::DivideByZero;
+using zel_test::WriteThroughNull;
 
-ZEL_FAULTS_ON_PURPOSE DWORD WriteThroughNull(void*) {
-    *gNull = 1;
-    return 0;
-}
-ZEL_FAULTS_ON_PURPOSE DWORD DivideByZero(void*) { return static_cast<DWORD>(7 / gZero); }
 DWORD ReturnArgument(void* argument) { return static_cast<DWORD>(reinterpret_cast<std::uintptr_t>(argument)); }
 
 struct Seen {
@@ -114,6 +90,11 @@ TEST(Guard, TheInnermostGuardTakesTheFaultAndAFaultInTheFilterComesBack) {
 
 TEST(GuardDeathTest, FaultsOutsideAGuardOrPassedOnEndTheProcessAsWithoutTheLibrary) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
+    // Without the library a fault would reach AddressSanitizer's handler,
+    // which reports and exits 1; the children run without it, so the signal
+    // itself is what they end by.
+    zel_test::ScopedEnvironment noSanitizerHandlers("ASAN_OPTIONS",
+                                                    "handle_segv=0:handle_sigbus=0:handle_sigfpe=0:handle_sigill=0");
     EXPECT_EXIT(
         {
             zel_platform::PrepareThreadForFaults();
@@ -134,8 +115,8 @@ TEST(TerminateProcessDeathTest, ACodeWhoseLowByteIsZeroNeverReadsAsSuccess) {
     // Windows passes the whole code on; POSIX keeps 8 bits and must not say 0.
     int expected = zel_platform::kEmulated ? 255 : static_cast<int>(0xBADEE000);
     EXPECT_EXIT(TerminateProcess(GetCurrentProcess(), 0xBADEE000), ::testing::ExitedWithCode(expected), "");
-    EXPECT_EXIT(TerminateProcess(GetCurrentProcess(), 0x103), ::testing::ExitedWithCode(zel_platform::kEmulated ? 3 : 0x103),
-                "");
+    EXPECT_EXIT(TerminateProcess(GetCurrentProcess(), 0x103),
+                ::testing::ExitedWithCode(zel_platform::kEmulated ? 3 : 0x103), "");
 }
 
 TEST(SystemValues, DumpDirectoryHasADefaultAndValuesCanBeReplacedAndDeleted) {

@@ -134,6 +134,15 @@ const std::vector<Command>& Commands() {
          "exit codes: 0 printed; 2 bad arguments, an unknown code page, an unreadable file or\n"
          "an unwritable output.\n",
          RunText},
+        {"crash", "print a POSIX crash report with its backtrace symbolised",
+         "usage: zelutil crash REPORT\n\n"
+         "Prints the fault of a crash report (the \"zelutils-PID-TID.crash.txt\" file the crash\n"
+         "guard files under SupportInfo/Dumps) and its backtrace, each frame with its function,\n"
+         "source file and line, looked up in the binaries the report's memory map names: run it\n"
+         "where those binaries still are, unchanged. Windows dumps (.dmp) are read with a\n"
+         "debugger instead.\n\n"
+         "exit codes: 0 printed; 2 bad arguments, an unreadable file or no crash report.\n",
+         RunCrash},
     };
     return commands;
 }

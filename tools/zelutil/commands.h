@@ -44,6 +44,7 @@ int RunIni(const Args& args);
 int RunZip(const Args& args);
 int RunXml(const Args& args);
 int RunText(const Args& args);
+int RunCrash(const Args& args);
 
 /// The UTF code pages that are not narrow text: converted by the tool itself.
 constexpr UINT kCodePageUtf16LE = 1200;

@@ -2,12 +2,13 @@
 // points the folder register at its data folder, loads its settings (a
 // UTF-16 INI file), logs what it does, formats the values it read, changes
 // a setting and saves the file back atomically in UTF-8, and converts a
-// Windows-1252 text on the way.
+// Windows-1252 text on a worker thread.
 #include "tools/zelutil/commands.h"
 #include "tools/zelutil/demo_samples.h"
 
 #include "zelutils/diag/log_file.h"
 #include "zelutils/fs/application_folders.h"
+#include "zelutils/fs/text_file.h"
 #include "zelutils/fs/atomic_file.h"
 #include "zelutils/fs/platform_file.h"
 #include "zelutils/platform/win32.h"
@@ -15,6 +16,7 @@
 #include "zelutils/text/zel_encoding.h"
 #include "zelutils/text/zel_number_format.h"
 #include "zelutils/text/zel_utf.h"
+#include "zelutils/zelsys/zel_thread.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -130,6 +132,32 @@ bool DemoCodePages() {
 
 }  // namespace
 
+DWORD CodePagesOnWorker(void*) { return DemoCodePages() ? 0 : 1; }
+
+// Runs the code-page demo on a worker thread, under the crash guard, and
+// shows the start and finish lines the worker left in the log.
+bool DemoWorkerThread() {
+    HANDLE worker = zel::thread::CreateWorkerThread(__FILE__, __LINE__, "demo worker", CodePagesOnWorker, nullptr, 0, 0);
+    if (worker == nullptr) {
+        std::fprintf(stderr, "zelutil demo: cannot start a worker thread (error %u)\n",
+                     static_cast<unsigned>(GetLastError()));
+        return false;
+    }
+    DWORD code = 1;
+    bool ok = zel::thread::WaitForWorkerThread(worker) && GetExitCodeThread(worker, &code) && code == 0;
+    CloseHandle(worker);
+    zel_core::logFlush();
+    std::printf("worker thread: exit code %u, its log lines:\n", static_cast<unsigned>(code));
+    zel_fs::CTextFile log;
+    CZelStringW line;
+    if (log.Open(zel_core::logFilePath())) {
+        while (log.ReadLine(line)) {
+            if (line.Find(ZW("THR_S #")) >= 0 || line.Find(ZW("THR_F #")) >= 0) std::printf("  %s\n", Utf8(line).c_str());
+        }
+    }
+    return ok;
+}
+
 int RunDemo(const Args& args) {
     if (args.size() > 1) return UsageError("demo", "expected at most one FOLDER (see --help)");
     CZelStringW dataFolder;
@@ -141,7 +169,7 @@ int RunDemo(const Args& args) {
     std::puts("folders:");
     PrintFolders();
     zel_core::logPrintf("zelutil demo started");
-    bool ok = DemoSettings(dataFolder) && DemoCodePages();
+    bool ok = DemoSettings(dataFolder) && DemoWorkerThread();
     zel_core::logPrintf("zelutil demo %s", ok ? "finished" : "failed");
     zel_core::logFlush();
     std::printf("log: %s\n", Utf8(zel_core::logFilePath()).c_str());

@@ -6,6 +6,7 @@
 /// a stack overflow (see errhandlingapi.h).
 #pragma once
 
+#include "zelutils/platform/fileapi.h"
 #include "zelutils/platform/windef.h"
 #include "zelutils/zel_api.h"
 
@@ -49,7 +50,7 @@ struct _SECURITY_ATTRIBUTES;  // fileapi.h
 /// in creationFlags the body waits for ResumeThread. *threadId (when given)
 /// receives the thread's id. The handle is signalled when the body returns;
 /// the caller closes it. Security attributes are ignored.
-ZEL_API HANDLE CreateThread(struct _SECURITY_ATTRIBUTES* securityAttributes, SIZE_T stackSize,
+ZEL_API HANDLE CreateThread(LPSECURITY_ATTRIBUTES securityAttributes, SIZE_T stackSize,
                             LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD creationFlags,
                             LPDWORD threadId);
 /// Lets a thread created suspended run. Returns the previous suspend count

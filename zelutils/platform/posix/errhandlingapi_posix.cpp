@@ -26,6 +26,7 @@
 #include <cstring>
 #include <mutex>
 
+// The processor state at a fault, as the signal handler received it.
 struct zel_win32::_CONTEXT {
     ucontext_t state;
 };
@@ -398,6 +399,9 @@ bool PrepareThreadForFaults() {
         state.ownsAltStack = true;
     }
     state.stackLow = LowestStackAddress();
+    // The report names the thread; asked now, the handler reads the cached
+    // id instead of making the first, not async-signal-safe, request.
+    GetCurrentThreadId();
     tState = &state;
     return true;
 }

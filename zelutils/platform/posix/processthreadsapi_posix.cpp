@@ -78,7 +78,7 @@ void* RunThread(void* raw) {
 
 }  // namespace
 
-HANDLE zel_win32::CreateThread(struct _SECURITY_ATTRIBUTES* /*securityAttributes*/, SIZE_T stackSize,
+HANDLE zel_win32::CreateThread(LPSECURITY_ATTRIBUTES /*securityAttributes*/, SIZE_T stackSize,
                                LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD creationFlags,
                                LPDWORD threadId) {
     if (start == nullptr) {

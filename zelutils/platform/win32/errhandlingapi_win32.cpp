@@ -7,6 +7,7 @@
 #include "zelutils/platform/fault_state.h"
 
 #include <cstring>
+#include <memory>
 #include <mutex>
 
 namespace {
@@ -15,7 +16,10 @@ struct Guard {
     void* jump[5];  // __builtin_setjmp's buffer
     Guard* outer = nullptr;
     EXCEPTION_RECORD record{};
-    CONTEXT context{};
+    // On the heap: with the 1,232-byte, 16-aligned CONTEXT in the guard's
+    // own frame, MinGW's optimised __builtin_setjmp receiver returned into
+    // the exception dispatcher and the fault repeated for ever (under Wine).
+    std::unique_ptr<CONTEXT> context = std::make_unique<CONTEXT>();
     EXCEPTION_POINTERS pointers{};
     bool filtering = false;
 };
@@ -49,7 +53,7 @@ LONG CALLBACK OnException(EXCEPTION_POINTERS* info) {
     if (guard == nullptr || !IsFault(info->ExceptionRecord->ExceptionCode)) return EXCEPTION_CONTINUE_SEARCH;
     guard->record = *info->ExceptionRecord;
     guard->record.ExceptionRecord = nullptr;
-    std::memcpy(&guard->context, info->ContextRecord, sizeof(CONTEXT));
+    std::memcpy(guard->context.get(), info->ContextRecord, sizeof(CONTEXT));
     __builtin_longjmp(guard->jump, 1);
 }
 
@@ -57,7 +61,7 @@ LONG CALLBACK OnException(EXCEPTION_POINTERS* info) {
 // decision; as on POSIX, the guard stays in force while the filter runs.
 __attribute__((noinline)) BOOL FilterFault(Guard& guard, zel_platform::GuardFilter filter, void* filterContext) {
     guard.pointers.ExceptionRecord = &guard.record;
-    guard.pointers.ContextRecord = &guard.context;
+    guard.pointers.ContextRecord = guard.context.get();
     guard.filtering = true;
     LONG decision = filter(&guard.pointers, filterContext);
     guard.filtering = false;

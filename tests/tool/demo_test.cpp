@@ -1,0 +1,17 @@
+// zelutil demo: the typical request end to end, with its worker thread.
+#include "tests/tool/tool_test.h"
+
+namespace {
+class DemoTest : public zel_test::ToolTest {};
+}  // namespace
+
+TEST_F(DemoTest, RunsEndToEndAndShowsTheWorkersStartAndFinishLines) {
+    ASSERT_EQ(Run("demo"), 0) << Errors();
+    std::size_t start = Output().find(" ; THR_S #");
+    std::size_t finish = Output().find(" ; THR_F #");
+    ASSERT_NE(start, std::string::npos) << Output();
+    ASSERT_NE(finish, std::string::npos);
+    std::string startId = Output().substr(start + 10, Output().find(' ', start + 10) - start - 10);
+    EXPECT_EQ(Output().substr(finish + 10, startId.size() + 13), startId + " demo worker\n");
+    EXPECT_NE(Output().find("worker thread: exit code 0"), std::string::npos);
+}
