@@ -32,3 +32,13 @@ inline LONG InterlockedCompareExchange(LONG volatile* target, LONG exchange, LON
 }  // namespace zel_win32
 using namespace zel_win32;
 #endif
+
+namespace zel_platform {
+/// Reads a count that other threads change with the interlocked calls above,
+/// with acquire ordering: a plain atomic load, without the locked bus cycle
+/// of InterlockedExchangeAdd(target, 0). Win32 has no such call in every
+/// toolchain's headers, so it lives here for both systems.
+inline LONG ReadAcquire32(const LONG volatile* target) {
+    return __atomic_load_n(target, __ATOMIC_ACQUIRE);
+}
+}  // namespace zel_platform

@@ -65,7 +65,7 @@ std::size_t BlockSize(int capacity, std::size_t unitSize) {
     return sizeof(CZelStringData) + (static_cast<std::size_t>(capacity) + 1) * unitSize;
 }
 
-LONG ReadRefs(CZelStringData* data) { return InterlockedExchangeAdd(&data->nRefs, 0); }
+LONG ReadRefs(CZelStringData* data) { return zel_platform::ReadAcquire32(&data->nRefs); }
 
 // The length of [text, text + length) without its trailing run of characters
 // that satisfy inRun.
