@@ -278,7 +278,7 @@ CZelStringT<T>& CZelStringT<T>::operator=(const CZelStringT& other) {
         }
         CZelStringData* data = other.GetData();
         if (ReadRefs(data) >= 0) {
-            InterlockedIncrement(&data->nRefs);
+            zel_platform::AddReference(&data->nRefs);
             Release(m_pchData);
             m_pchData = other.m_pchData;
             return *this;

@@ -130,7 +130,7 @@ public:
         if (!other.IsSharedEmpty()) {
             CZelStringData* data = other.GetData();
             if (zel_platform::ReadAcquire32(&data->nRefs) >= 0) {
-                InterlockedIncrement(&data->nRefs);
+                zel_platform::AddReference(&data->nRefs);
                 m_pchData = other.m_pchData;
             } else {
                 Assign(other.m_pchData, other.GetLength());
@@ -434,7 +434,7 @@ private:
         if (text == EmptyText()) return;
         LONG volatile* refs = &DataOf(text)->nRefs;
         LONG seen = zel_platform::ReadAcquire32(refs);
-        if (seen == 1 || seen == -1 || InterlockedDecrement(refs) <= 0) Free(DataOf(text));
+        if (seen == 1 || seen == -1 || zel_platform::DropReference(refs) <= 0) Free(DataOf(text));
     }
     static void Free(CZelStringData* data) noexcept;
     static CZelStringT Concatenate(const T* left, int leftCount, const T* right, int rightCount);
