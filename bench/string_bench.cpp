@@ -1,5 +1,5 @@
 // The string class's hot paths against the standard library in the same run:
-// copying a 1 KB string (std::u16string), building text from 10,000 pieces
+// copying a string of 16 B, 1 KB and 64 KB (std::u16string), building text from 10,000 pieces
 // of 16 characters by appending and through GetBuffer/ReleaseBuffer
 // (std::u16string::append), and Format of a log line (swprintf into a fixed
 // buffer). Prints the time ratios at the end.
@@ -22,22 +22,16 @@ const WCHAR kPiece[kPieceLength + 1] = ZW("0123456789abcdef");
 const WCHAR kWideText[] = ZW("Opened the survey project, 1234 records read from the field unit");
 const wchar_t kWcharText[] = L"Opened the survey project, 1234 records read from the field unit";
 
-// 1 KB of UTF-16.
-const std::u16string& KilobyteText() {
-    static const std::u16string text(512, u'k');
-    return text;
-}
-
-void CopyZelString(benchmark::State& state) {
-    const CZelStringW source(KilobyteText().c_str());
+void CopyZelString(benchmark::State& state, std::size_t bytes) {
+    const CZelStringW source(std::u16string(bytes / sizeof(WCHAR), u'k').c_str());
     for (auto _ : state) {
         CZelStringW copy(source);
         benchmark::DoNotOptimize(copy.GetString());
     }
 }
 
-void CopyU16String(benchmark::State& state) {
-    const std::u16string source = KilobyteText();
+void CopyU16String(benchmark::State& state, std::size_t bytes) {
+    const std::u16string source(bytes / sizeof(WCHAR), u'k');
     for (auto _ : state) {
         std::u16string copy(source);
         benchmark::DoNotOptimize(copy.data());
@@ -126,8 +120,12 @@ void FormatSwprintf(benchmark::State& state) {
     }
 }
 
-BENCHMARK(CopyZelString)->ComputeStatistics("min", zel_bench::Fastest);
-BENCHMARK(CopyU16String)->ComputeStatistics("min", zel_bench::Fastest);
+BENCHMARK_CAPTURE(CopyZelString, 16B, 16)->ComputeStatistics("min", zel_bench::Fastest);
+BENCHMARK_CAPTURE(CopyU16String, 16B, 16)->ComputeStatistics("min", zel_bench::Fastest);
+BENCHMARK_CAPTURE(CopyZelString, 1KB, 1024)->ComputeStatistics("min", zel_bench::Fastest);
+BENCHMARK_CAPTURE(CopyU16String, 1KB, 1024)->ComputeStatistics("min", zel_bench::Fastest);
+BENCHMARK_CAPTURE(CopyZelString, 64KB, 65536)->ComputeStatistics("min", zel_bench::Fastest);
+BENCHMARK_CAPTURE(CopyU16String, 64KB, 65536)->ComputeStatistics("min", zel_bench::Fastest);
 BENCHMARK(AppendZelString)->ComputeStatistics("min", zel_bench::Fastest)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BufferZelString)->ComputeStatistics("min", zel_bench::Fastest)->Unit(benchmark::kMicrosecond);
 BENCHMARK(AppendU16String)->ComputeStatistics("min", zel_bench::Fastest)->Unit(benchmark::kMicrosecond);
@@ -141,7 +139,9 @@ BENCHMARK(FormatSwprintf)->ComputeStatistics("min", zel_bench::Fastest);
 
 int main(int argc, char** argv) {
     return zel_bench::RunWithRatios(argc, argv,
-                                    {{"CopyZelString", "CopyU16String"},
+                                    {{"CopyZelString/16B", "CopyU16String/16B"},
+                                     {"CopyZelString/1KB", "CopyU16String/1KB"},
+                                     {"CopyZelString/64KB", "CopyU16String/64KB"},
                                      {"AppendZelString", "AppendU16String"},
                                      {"BufferZelString", "AppendU16String"},
                                      {"BufferZelString", "AppendReservedU16String"},

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string>
 
 using namespace zel_settings;
@@ -183,6 +184,43 @@ TEST_F(IniTest, SaveWritesTheExactLayout) {
     ASSERT_TRUE(SaveIniFile(PathW("layout.ini"), table, 1252));
     EXPECT_EQ(Get("layout.ini"), "[A]\r\na=0\r\nz=1\r\n\r\n[B]\r\nb=2\r\n\r\n");
     std::filesystem::remove(PathOf("layout.ini"));
+}
+
+TEST_F(IniTest, SaveWritesEachPieceAsItsOwnConversionWould) {
+    // Random text of every length up to 300 units: ASCII, two- and
+    // three-byte characters, pairs and lone surrogates.
+    std::mt19937 random(17);
+    const char16_t kUnits[] = {u'a', u'=', u' ', 0xE9, 0x20AC, 0xD83D, 0xDE00, 0xDC00, 0xFFFF};
+    auto text = [&](int length) {
+        std::u16string units;
+        for (int i = 0; i < length; ++i) units += kUnits[random() % std::size(kUnits)];
+        return CZelStringW(reinterpret_cast<const WCHAR*>(units.data()), length);
+    };
+    IniSections table;
+    for (int length = 0; length <= 300; ++length) {
+        table[text(length % 17)][W(u"k") + text(length)] = text(300 - length);
+    }
+    std::string utf8 = "\xEF\xBB\xBF";
+    CZelStringW utf16(ZW("\xFEFF"));
+    for (const auto& [name, keys] : table) {
+        for (const CZelStringW& piece : {W(u"["), name, W(u"]\r\n")}) {
+            utf8 += zel_text::CZelStringUtf8(piece).GetString();
+            utf16 += piece;
+        }
+        for (const auto& [key, value] : keys) {
+            for (const CZelStringW& piece : {key, W(u"="), value, W(u"\r\n")}) {
+                utf8 += zel_text::CZelStringUtf8(piece).GetString();
+                utf16 += piece;
+            }
+        }
+        utf8 += "\r\n";
+        utf16 += ZW("\r\n");
+    }
+    ASSERT_TRUE(SaveIniFile(PathW("pieces.ini"), table, kIniUtf8));
+    EXPECT_EQ(Get("pieces.ini"), utf8);
+    ASSERT_TRUE(SaveIniFile(PathW("pieces.ini"), table, kIniUtf16LE));
+    EXPECT_EQ(Get("pieces.ini"), std::string(reinterpret_cast<const char*>(utf16.GetString()), utf16.GetLength() * 2));
+    std::filesystem::remove(PathOf("pieces.ini"));
 }
 
 TEST_F(IniTest, RoundTripsInEveryEncoding) {

@@ -5,7 +5,9 @@
 
 #include <cmath>
 #include <limits>
+#include <random>
 #include <string>
+#include <vector>
 
 using namespace zel_text;
 
@@ -42,6 +44,26 @@ TEST(FormatWithPrecision, UsesTheFixedFormatsAfterRounding) {
     EXPECT_EQ(Text(FormatWithPrecision(1, 12)), Text(ZW("1.000000000000")));
     EXPECT_EQ(Text(FormatWithPrecision(1, 16)), Text(ZW("1.0000000000000000")));
     EXPECT_EQ(Text(FormatWithPrecision(-0.004, 2)), Text(ZW("0.00"))) << "no negative zero";
+}
+
+TEST(FormatWithPrecision, PrintsWhatTheFormatterPrintsForTheRoundedValue) {
+    // Random magnitudes from 1e-20 to 1e20, ties at the last digit, and the
+    // largest values printed without the formatter, at every precision.
+    std::mt19937_64 random(17);
+    std::vector<double> values = {0.0, -0.0, 0.5, -0.5, 1e-7, 9.9999995, 1125899906842623.0 / 1e6,
+                                  1125899906842624.0 / 1e6, 1e15, -1e16};
+    for (int i = 0; i < 3000; ++i) {
+        double mantissa = std::uniform_real_distribution<double>(-10, 10)(random);
+        values.push_back(mantissa * std::pow(10.0, static_cast<int>(random() % 41) - 20));
+        values.push_back(static_cast<double>(random() % 2000001) / 2 / std::pow(10.0, static_cast<int>(random() % 7)));
+    }
+    for (double value : values) {
+        for (int digits = 2; digits <= 16; ++digits) {
+            CZelStringW expected;
+            expected.Format(ZW("%.*lf"), digits, RoundToDecimals(value, digits));
+            ASSERT_EQ(Text(FormatWithPrecision(value, digits)), Text(expected)) << value << " at " << digits;
+        }
+    }
 }
 
 TEST(FormatWithPrecision, BuildsTheFormatOutsideOneToSixteenWithoutRounding) {

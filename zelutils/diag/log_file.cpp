@@ -59,6 +59,10 @@ class LogClock {
 public:
     // The time at tick, a reading of the millisecond tick count just taken.
     LogTime Now(DWORD tick) {
+        // Lines within one tick share a time: reading the system clock again
+        // could only move the base, which the next tick checks anyway.
+        if (based_ && tick == lastTick_) return last_;
+        lastTick_ = tick;
         FILETIME fileTime;
         GetSystemTimeAsFileTime(&fileTime);
         std::uint64_t clock = (std::uint64_t{fileTime.dwHighDateTime} << 32) | fileTime.dwLowDateTime;
@@ -84,6 +88,7 @@ public:
         time.millisecond = static_cast<int>(remainder / 10000);
         time.microsecond = static_cast<int>(remainder / 10 % 1000);
         time.nanosecond = static_cast<int>(remainder % 10) * 100;
+        last_ = time;
         return time;
     }
 
@@ -99,6 +104,8 @@ private:
     DWORD baseTick_ = 0;
     std::int64_t cachedSecond_ = -1;
     LogTime cached_{};
+    DWORD lastTick_ = 0;
+    LogTime last_{};
 };
 
 LogClock& TheClock() {
@@ -245,7 +252,9 @@ void LogFile::Unlock() {
     // before the lock goes; a request that arrives after the check finds the
     // lock free, or is seen here again, so none is lost.
     for (;;) {
-        if (flushRequested_.exchange(false)) FlushNow();
+        // Read first: the exchange is a locked operation, and most lines
+        // find no request.
+        if (flushRequested_.load(std::memory_order_relaxed) && flushRequested_.exchange(false)) FlushNow();
         lock_.unlock();
         if (!flushRequested_.load() || !lock_.try_lock()) return;
     }

@@ -7,7 +7,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <climits>
 #include <cstring>
+#include <initializer_list>
+#include <utility>
 
 namespace zel_settings {
 
@@ -45,6 +48,17 @@ void AppendEncoded(std::vector<char>& out, const CZelStringW& text, int) {
 
 // False, with the last error, when the text cannot be converted.
 bool AppendConverted(std::vector<char>& out, const CZelStringW& text, UINT codePage) {
+    if (codePage == CP_UTF8) {
+        // Three bytes per unit always suffice, so one call converts without
+        // measuring first; a lone surrogate becomes U+FFFD in three bytes too.
+        std::size_t start = out.size();
+        std::size_t room = static_cast<std::size_t>(text.GetLength()) * 3;
+        out.resize(start + room);
+        int written = WideCharToMultiByte(CP_UTF8, 0, text.GetString(), text.GetLength(), out.data() + start,
+                                          static_cast<int>(std::min<std::size_t>(room, INT_MAX)), nullptr, nullptr);
+        out.resize(start + static_cast<std::size_t>(std::max(written, 0)));
+        return written > 0;
+    }
     int needed = WideCharToMultiByte(codePage, 0, text.GetString(), text.GetLength(), nullptr, 0, nullptr, nullptr);
     if (needed <= 0) return false;
     std::size_t start = out.size();
@@ -146,13 +160,28 @@ bool WithWriter(int encoding, Action action) {
     return action(writer);
 }
 
+// Makes line the pieces put together, reusing its buffer.
+void SetPieces(CZelStringW& line, std::initializer_list<std::pair<const WCHAR*, int>> pieces) {
+    int total = 0;
+    for (const auto& piece : pieces) total += piece.second;
+    WCHAR* out = line.GetBuffer(total);
+    for (const auto& piece : pieces) out = std::copy(piece.first, piece.first + piece.second, out);
+    line.ReleaseBuffer(total);
+}
+
+// Each line is put together first and handed to the writer whole: one
+// conversion per line instead of one per piece, with the same bytes.
 bool WriteTable(IZelIniFileWriterImpl& writer, const IniSections& table) {
+    CZelStringW line;
     for (const auto& [name, keys] : table) {
-        if (!writer.Write(CZelStringW(ZW("["))) || !writer.Write(name) || !writer.WriteLine(CZelStringW(ZW("]")))) {
-            return false;
-        }
+        SetPieces(line, {{ZW("["), 1}, {name.GetString(), name.GetLength()}, {ZW("]\r\n"), 3}});
+        if (!writer.Write(line)) return false;
         for (const auto& [key, value] : keys) {
-            if (!writer.Write(key) || !writer.Write(CZelStringW(ZW("="))) || !writer.WriteLine(value)) return false;
+            SetPieces(line, {{key.GetString(), key.GetLength()},
+                             {ZW("="), 1},
+                             {value.GetString(), value.GetLength()},
+                             {ZW("\r\n"), 2}});
+            if (!writer.Write(line)) return false;
         }
         if (!writer.WriteLine(CZelStringW())) return false;
     }

@@ -2,7 +2,9 @@
 
 #include "zelutils/text/zel_printf.h"
 
+#include <clocale>
 #include <cmath>
+#include <cstdint>
 
 namespace zel_text {
 namespace {
@@ -32,13 +34,20 @@ bool ParseOneField(const WCHAR* text, const WCHAR* format, T& value) {
 
 }  // namespace
 
-double RoundToDecimals(double value, int digits) {
-    if (digits < 0) return 0.0;
+namespace {
+
+// |value| * 10^digits rounded to a whole number, ties to even within a
+// tolerance, and the sign of value. digits >= 0.
+struct ScaledValue {
+    double whole;
+    double factor;
+    bool negative;
+};
+
+ScaledValue RoundScaled(double value, int digits) {
     double factor = digits < 21 ? kPowersOfTen[digits] : std::pow(10.0, digits);
-    bool negative = value < 0;
-    double scaled = std::fabs(value * factor);
     double whole = 0;
-    double fraction = std::modf(scaled, &whole);
+    double fraction = std::modf(std::fabs(value * factor), &whole);
     if (std::fabs(fraction - 0.5) < kTieTolerance) {
         // Doubles from 2^53 up are all even, and the cast is only defined
         // below 2^63.
@@ -46,8 +55,44 @@ double RoundToDecimals(double value, int digits) {
     } else if (fraction > 0.5) {
         whole += 1;
     }
-    double rounded = whole / factor;
-    if (negative && rounded != 0) rounded = -rounded;
+    return {whole, factor, value < 0};
+}
+
+// Below this, the double nearest whole / 10^digits lies within an eighth of
+// a unit of the last place from it, so "%.<digits>f" prints exactly the
+// digits of whole.
+constexpr double kExactlyPrinted = 1125899906842624.0;  // 2^50
+
+// What text.Format("%.<digits>lf", RoundToDecimals(value, digits)) gives,
+// written from the scaled whole number instead of through the formatter.
+// False, leaving text alone, where that is not sure to be the same.
+bool FormatScaled(CZelStringW& text, const ScaledValue& scaled, int digits) {
+    const char* point = std::localeconv()->decimal_point;
+    if (!(scaled.whole < kExactlyPrinted) || point[0] == 0 || point[1] != 0) return false;
+    char digitsText[20];
+    int count = 0;
+    for (auto rest = static_cast<std::uint64_t>(scaled.whole); rest != 0 || count <= digits; rest /= 10) {
+        digitsText[count++] = static_cast<char>('0' + rest % 10);
+    }
+    bool minus = scaled.negative && scaled.whole != 0;
+    int length = count + 1 + (minus ? 1 : 0);
+    WCHAR* out = text.GetBuffer(length);
+    if (minus) *out++ = ZW('-');
+    for (int i = count - 1; i >= 0; --i) {
+        *out++ = static_cast<WCHAR>(digitsText[i]);
+        if (i == digits) *out++ = static_cast<WCHAR>(static_cast<unsigned char>(point[0]));
+    }
+    text.ReleaseBuffer(length);
+    return true;
+}
+
+}  // namespace
+
+double RoundToDecimals(double value, int digits) {
+    if (digits < 0) return 0.0;
+    ScaledValue scaled = RoundScaled(value, digits);
+    double rounded = scaled.whole / scaled.factor;
+    if (scaled.negative && rounded != 0) rounded = -rounded;
     return rounded;
 }
 
@@ -57,7 +102,9 @@ CZelStringW FormatWithPrecision(double value, int digits) {
     if (digits == 1) {
         text.Format(ZW("%3.1lf"), RoundToDecimals(value, digits));
     } else if (digits >= 2 && digits <= 16) {
-        text.Format(kPrecisionFormats[digits - 2], RoundToDecimals(value, digits));
+        if (!FormatScaled(text, RoundScaled(value, digits), digits)) {
+            text.Format(kPrecisionFormats[digits - 2], RoundToDecimals(value, digits));
+        }
     } else {
         CZelStringW format;
         format.Format(ZW("%%.%dlf"), digits);

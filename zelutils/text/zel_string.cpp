@@ -65,7 +65,7 @@ std::size_t BlockSize(int capacity, std::size_t unitSize) {
     return sizeof(CZelStringData) + (static_cast<std::size_t>(capacity) + 1) * unitSize;
 }
 
-LONG ReadRefs(CZelStringData* data) { return InterlockedExchangeAdd(&data->nRefs, 0); }
+LONG ReadRefs(CZelStringData* data) { return zel_platform::ReadAcquire32(&data->nRefs); }
 
 // The length of [text, text + length) without its trailing run of characters
 // that satisfy inRun.
@@ -278,7 +278,7 @@ CZelStringT<T>& CZelStringT<T>::operator=(const CZelStringT& other) {
         }
         CZelStringData* data = other.GetData();
         if (ReadRefs(data) >= 0) {
-            InterlockedIncrement(&data->nRefs);
+            zel_platform::AddReference(&data->nRefs);
             Release(m_pchData);
             m_pchData = other.m_pchData;
             return *this;

@@ -39,7 +39,8 @@ namespace zel_text {
 /// the header, then nAllocLength + 1 characters.
 struct CZelStringData {
     /// Holders of the buffer (1 or more), or -1 when it is locked to one
-    /// string. Read and changed only with interlocked operations.
+    /// string. Changed only with interlocked operations, read with atomic
+    /// loads.
     LONG nRefs;
     /// Characters before the terminator.
     LONG nDataLength;
@@ -134,8 +135,8 @@ public:
     CZelStringT(const CZelStringT& other) : m_pchData(EmptyText()) {
         if (!other.IsSharedEmpty()) {
             CZelStringData* data = other.GetData();
-            if (InterlockedExchangeAdd(&data->nRefs, 0) >= 0) {
-                InterlockedIncrement(&data->nRefs);
+            if (zel_platform::ReadAcquire32(&data->nRefs) >= 0) {
+                zel_platform::AddReference(&data->nRefs);
                 m_pchData = other.m_pchData;
             } else {
                 Assign(other.m_pchData, other.GetLength());
@@ -443,10 +444,14 @@ private:
     static CZelStringData* DataOf(T* text) noexcept {
         return reinterpret_cast<CZelStringData*>(text) - 1;
     }
+    // A count of 1 (or -1, locked) means this string is the only holder, and
+    // no other thread can take a reference through it, so the buffer is freed
+    // without the locked decrement.
     static void Release(T* text) noexcept {
-        if (text != EmptyText() && InterlockedDecrement(&DataOf(text)->nRefs) <= 0) {
-            Free(DataOf(text));
-        }
+        if (text == EmptyText()) return;
+        LONG volatile* refs = &DataOf(text)->nRefs;
+        LONG seen = zel_platform::ReadAcquire32(refs);
+        if (seen == 1 || seen == -1 || zel_platform::DropReference(refs) <= 0) Free(DataOf(text));
     }
     static void Free(CZelStringData* data) noexcept;
     static CZelStringT Concatenate(const T* left, int leftCount, const T* right, int rightCount);
