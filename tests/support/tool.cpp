@@ -36,8 +36,13 @@ int RunTool(const std::string& arguments, const std::string& outputPath,
                           "\" 2>\"" + errorsPath + "\"";
 #ifdef _WIN32
     // cmd /c drops the first and the last quote of a line that starts with
-    // one; an outer pair keeps the program's own quotes.
-    return std::system(("\"" + command + "\"").c_str());
+    // one; an outer pair keeps the program's own quotes. The line is UTF-8
+    // (as the tests' paths are), so it goes to the wide entry point.
+    command = "\"" + command + "\"";
+    std::wstring wide(MultiByteToWideChar(CP_UTF8, 0, command.data(), static_cast<int>(command.size()), nullptr, 0), L'\0');
+    MultiByteToWideChar(CP_UTF8, 0, command.data(), static_cast<int>(command.size()), wide.data(),
+                        static_cast<int>(wide.size()));
+    return _wsystem(wide.c_str());
 #else
     int status = std::system(command.c_str());
     return status != -1 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;

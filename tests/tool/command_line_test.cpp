@@ -58,7 +58,7 @@ TEST_F(CommandLine, EncodingSaysHowTheLibraryReadsTheFile) {
         EXPECT_EQ(std::count(Output().begin(), Output().end(), '\n'), 1) << Output();
     }
     std::filesystem::remove(PathOf("f"));
-    EXPECT_EQ(Run("encoding " + Quoted("")), 2);
+    EXPECT_EQ(Run("encoding " + Quoted(".")), 2);
     EXPECT_NE(Errors().find("directory"), std::string::npos) << Errors();
 }
 

@@ -76,9 +76,11 @@ TEST_F(ConvertCommand, StrictStopsAtTheFirstLossAndLeavesTheOutputAlone) {
     EXPECT_NE(Errors().find("the byte at offset 3 of the input does not decode in code page 65001"),
               std::string::npos)
         << Errors();
-    Write(PathOf("in.txt"), "a\xAA");
-    EXPECT_EQ(Run("convert --from 1253 --to utf8 --strict " + Quoted("in.txt")), 1) << "0xAA is unassigned";
-    EXPECT_NE(Errors().find("offset 1"), std::string::npos) << Errors();
+    if (zel_platform::kEmulated) {  // Windows' table maps 0xAA to a private-use character
+        Write(PathOf("in.txt"), "a\xAA");
+        EXPECT_EQ(Run("convert --from 1253 --to utf8 --strict " + Quoted("in.txt")), 1) << "0xAA is unassigned";
+        EXPECT_NE(Errors().find("offset 1"), std::string::npos) << Errors();
+    }
     Write(PathOf("in.txt"), "abc");
     EXPECT_EQ(Run("convert --from utf-16le --to utf8 " + Quoted("in.txt")), 1);
     EXPECT_NE(Errors().find("ends inside a character"), std::string::npos) << Errors();

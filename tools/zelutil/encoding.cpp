@@ -49,7 +49,14 @@ std::FILE* OpenInput(const char* command, const Args& args, FilePtr& owned, std:
         return stdin;
     }
     *name = "'" + args[0] + "'";
-    owned.reset(zel_platform::OpenStdioFile(PathArgument(args[0]), "rb"));
+    const zel_text::CZelStringW path = PathArgument(args[0]);
+    // Windows' C runtime opens a folder as "permission denied"; say what it is.
+    const DWORD attributes = GetFileAttributesW(path);
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+        CannotRead(command, *name, EISDIR);
+        return nullptr;
+    }
+    owned.reset(zel_platform::OpenStdioFile(path, "rb"));
     if (!owned) CannotRead(command, *name, errno);
     return owned.get();
 }
