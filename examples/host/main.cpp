@@ -122,10 +122,11 @@ int main(int argc, char** argv) {
     CZelStringW zipPath = folder + ZW("/logs.zip");
     zel_zip::CZipArchive zip;
     good &= Check(zip.Open(zipPath.GetString(), 0) &&
-                      zip.AddFile(zel_core::logFilePath().GetString(), nullptr, 6, nullptr, true) && zip.Close(),
+                      zip.AddFile(zel_core::logFilePath().GetString(), ZW("host.log.txt"), 6, nullptr, true) && zip.Close(),
                   "log zipped");
     zel_zip::CUnZipArchive unzip;
-    good &= Check(unzip.Open(zipPath.GetString()) && unzip.ReadContent() && unzip.GetEntryCount() == 1,
+    good &= Check(unzip.Open(zipPath.GetString()) && unzip.ReadContent() && unzip.GetEntryCount() == 1 &&
+                      unzip.GetEntries()[0].name == ZW("host.log.txt"),
                   "zip listed");
 
     std::printf("%s\n", good ? "host: all checks passed" : "host: some checks failed");

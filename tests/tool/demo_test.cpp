@@ -5,7 +5,7 @@ namespace {
 class DemoTest : public zel_test::ToolTest {};
 }  // namespace
 
-TEST_F(DemoTest, RunsEndToEndAndShowsTheWorkersStartAndFinishLines) {
+TEST_F(DemoTest, RunsEndToEndShowingTheWorkersLinesTheXmlRecordsAndTheZip) {
     ASSERT_EQ(Run("demo"), 0) << Errors();
     std::size_t start = Output().find(" ; THR_S #");
     std::size_t finish = Output().find(" ; THR_F #");
@@ -14,4 +14,7 @@ TEST_F(DemoTest, RunsEndToEndAndShowsTheWorkersStartAndFinishLines) {
     std::string startId = Output().substr(start + 10, Output().find(' ', start + 10) - start - 10);
     EXPECT_EQ(Output().substr(finish + 10, startId.size() + 13), startId + " demo worker\n");
     EXPECT_NE(Output().find("worker thread: exit code 0"), std::string::npos);
+    EXPECT_NE(Output().find("3 point records streamed back, heights sum to 615.75"), std::string::npos);
+    EXPECT_NE(Output().find("support.zip, 3 entries:\n  log.txt\n  job-settings.ini\n  points.xml\n"),
+              std::string::npos);
 }

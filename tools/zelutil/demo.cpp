@@ -1,8 +1,9 @@
 // zelutil demo: the library's typical request on the sample data. The host
 // points the folder register at its data folder, loads its settings (a
 // UTF-16 INI file), logs what it does, formats the values it read, changes
-// a setting and saves the file back atomically in UTF-8, and converts a
-// Windows-1252 text on a worker thread.
+// a setting and saves the file back atomically in UTF-8, converts a
+// Windows-1252 text on a worker thread, writes an XML file and streams it
+// back, and zips the log with the files it wrote.
 #include "tools/zelutil/commands.h"
 #include "tools/zelutil/demo_samples.h"
 
@@ -16,7 +17,11 @@
 #include "zelutils/text/zel_encoding.h"
 #include "zelutils/text/zel_number_format.h"
 #include "zelutils/text/zel_utf.h"
+#include "zelutils/xml/xml_expat_parser.h"
+#include "zelutils/xml/xml_writer.h"
 #include "zelutils/zelsys/zel_thread.h"
+#include "zelutils/zip/unzip_archive.h"
+#include "zelutils/zip/zip_archive.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -130,8 +135,6 @@ bool DemoCodePages() {
     return true;
 }
 
-}  // namespace
-
 DWORD CodePagesOnWorker(void*) { return DemoCodePages() ? 0 : 1; }
 
 // Runs the code-page demo on a worker thread, under the crash guard, and
@@ -158,6 +161,68 @@ bool DemoWorkerThread() {
     return ok;
 }
 
+// Writes a small XML document with the writer and streams it back with the
+// hybrid parser, one record subtree at a time.
+bool DemoXml(const CZelStringW& dataFolder) {
+    const CZelStringW path = dataFolder + ZW("/points.xml");
+    zel::XmlWriter writer(path);
+    if (!writer.Open()) {
+        std::fprintf(stderr, "zelutil demo: cannot write '%s': %s\n", Utf8(path).c_str(), Reason(GetLastError()).c_str());
+        return false;
+    }
+    writer.WriteStartTag(ZW("points"));
+    const double heights[] = {212.5, 198.25, 205.0};
+    for (int i = 0; i < 3; ++i) {
+        writer.WriteStartTag(ZW("point"), zel::XmlWriter::kOpenForAttributes);
+        CZelStringW id;
+        id.Format(ZW("P%d"), i + 1);
+        writer.WriteAttribute(ZW("id"), id);
+        writer.EndStartTag();
+        writer.WriteNumber(ZW("height"), heights[i], 2);
+        writer.WriteEndTag(ZW("point"));
+    }
+    writer.WriteEndTag(ZW("points"));
+    if (!writer.Close()) return false;
+
+    int records = 0;
+    double total = 0;
+    zel::XmlExpatHybridParser parser;
+    parser.RegisterHook(ZW("point"), [&](zel::XmlExpatHybridParser&, const zel::XmlElementPtr& point) {
+        ++records;
+        zel::XmlElementPtr height;
+        if (point->FindChild(ZW("height"), height)) total += std::strtod(Utf8(height->Text()).c_str(), nullptr);
+    });
+    CZelStringW error;
+    const bool parsed = parser.ParseWholeFile(path, zel::XmlExpatParser::kDefaultBlockSize, &error);
+    std::printf("xml: %s, %d point records streamed back, heights sum to %s%s%s\n", Utf8(path).c_str(), records,
+                Utf8(zel_text::FormatWithPrecision(total, 2)).c_str(), parsed ? "" : ", error: ",
+                Utf8(error).c_str());
+    zel_core::logPrintf("XML: %d records read back", records);
+    return parsed && records == 3;
+}
+
+// Zips the log and the files the demo wrote, and lists the archive.
+bool DemoZip(const CZelStringW& dataFolder) {
+    zel_core::logFlush();
+    const CZelStringW archivePath = dataFolder + ZW("/support.zip");
+    zel_zip::CZipArchive zip;
+    bool ok = zip.Open(archivePath.GetString(), 0) &&
+              zip.AddFile(zel_core::logFilePath().GetString(), ZW("log.txt"), 6, nullptr, true) &&
+              zip.AddFile((dataFolder + ZW("/job-settings.ini")).GetString(), ZW("job-settings.ini"), 6, nullptr, true) &&
+              zip.AddFile((dataFolder + ZW("/points.xml")).GetString(), ZW("points.xml"), 6, nullptr, true);
+    ok = zip.Close() && ok;
+    zel_zip::CUnZipArchive unzip;
+    if (!ok || !unzip.Open(archivePath.GetString()) || !unzip.ReadContent()) {
+        std::fprintf(stderr, "zelutil demo: zip failed: %s\n", Utf8(CZelStringW((zip.GetErrorText() + unzip.GetErrorText()).c_str())).c_str());
+        return false;
+    }
+    std::printf("zip: %s, %zu entries:\n", Utf8(archivePath).c_str(), unzip.GetEntryCount());
+    for (const zel_zip::ZipEntry& entry : unzip.GetEntries()) std::printf("  %s\n", Utf8(CZelStringW(entry.name.c_str())).c_str());
+    return unzip.GetEntryCount() == 3;
+}
+
+}  // namespace
+
 int RunDemo(const Args& args) {
     if (args.size() > 1) return UsageError("demo", "expected at most one FOLDER (see --help)");
     CZelStringW dataFolder;
@@ -169,7 +234,7 @@ int RunDemo(const Args& args) {
     std::puts("folders:");
     PrintFolders();
     zel_core::logPrintf("zelutil demo started");
-    bool ok = DemoSettings(dataFolder) && DemoWorkerThread();
+    bool ok = DemoSettings(dataFolder) && DemoWorkerThread() && DemoXml(dataFolder) && DemoZip(dataFolder);
     zel_core::logPrintf("zelutil demo %s", ok ? "finished" : "failed");
     zel_core::logFlush();
     std::printf("log: %s\n", Utf8(zel_core::logFilePath()).c_str());
