@@ -3,6 +3,7 @@
 #pragma once
 
 #include "zelutils/diag/checks.h"
+#include "zelutils/diag/crash_handler.h"
 #include "zelutils/diag/log_file.h"
 #include "zelutils/fs/application_folders.h"
 #include "zelutils/fs/atomic_file.h"
@@ -25,6 +26,7 @@
 #include "zelutils/xml/xml_expat_parser.h"
 #include "zelutils/xml/xml_writer.h"
 #include "zelutils/zel_api.h"
+#include "zelutils/zelsys/zel_thread.h"
 #include "zelutils/zelsys/zel_time.h"
 #include "zelutils/zip/unzip_archive.h"
 #include "zelutils/zip/zip_archive.h"

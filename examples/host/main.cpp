@@ -31,6 +31,13 @@ public:
     }
 };
 
+// A worker thread's body: it runs under the crash guard, so a fault in it
+// is reported (log lines, dump, log copy) and the process goes on.
+DWORD CountPoints(void* count) {
+    *static_cast<int*>(count) = 3;
+    return 0;
+}
+
 bool Check(bool condition, const char* what) {
     std::printf("%s %s\n", condition ? "ok:  " : "FAIL:", what);
     return condition;
@@ -128,6 +135,16 @@ int main(int argc, char** argv) {
     good &= Check(unzip.Open(zipPath.GetString()) && unzip.ReadContent() && unzip.GetEntryCount() == 1 &&
                       unzip.GetEntries()[0].name == ZW("host.log.txt"),
                   "zip listed");
+
+    // 8. A worker thread: its start and end are logged ("THR_S"/"THR_F"), and
+    // a fault in its body becomes a crash report instead of ending the process.
+    int counted = 0;
+    HANDLE worker = zel::thread::CreateWorkerThread(__FILE__, __LINE__, "counter", CountPoints, &counted, 0, 0);
+    DWORD exitCode = 1;
+    good &= Check(worker != nullptr && zel::thread::WaitForWorkerThread(worker) &&
+                      GetExitCodeThread(worker, &exitCode) && exitCode == 0 && counted == 3,
+                  "worker thread ran");
+    if (worker != nullptr) CloseHandle(worker);
 
     std::printf("%s\n", good ? "host: all checks passed" : "host: some checks failed");
     return good ? 0 : 1;
