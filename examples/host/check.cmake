@@ -1,5 +1,8 @@
-# Installs the build at BUILD_DIR into a temporary prefix, builds the host
-# example against that install as a user would, and runs it.
+# Installs the build at BUILD_DIR into a temporary prefix and uses it as
+# people do: the installed zelutil runs its demo (finding the library through
+# its run path, the sample data built in), and the host example builds
+# against the package, asking for C++14 only (the package's usage requirement
+# raises it to the C++17 its headers need), and runs.
 # cmake -DBUILD_DIR=... -DSOURCE_DIR=... -DWORK_DIR=... [-DSANITIZE=...] -P check.cmake
 function(run what)
   execute_process(COMMAND ${ARGN} RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE output)
@@ -14,6 +17,10 @@ run("install" ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${WORK_DIR}/prefi
 set(flags "")
 if(SANITIZE)
   set(flags "-fsanitize=${SANITIZE}")
+endif()
+if(EXISTS ${WORK_DIR}/prefix/bin/zelutil)
+  run("installed zelutil demo" ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH ${WORK_DIR}/prefix/bin/zelutil demo
+      ${WORK_DIR}/demo)
 endif()
 run("configure" ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/build -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix
     -DCMAKE_CXX_COMPILER=${CXX} "-DCMAKE_CXX_FLAGS=${flags}" "-DCMAKE_EXE_LINKER_FLAGS=${flags}")
