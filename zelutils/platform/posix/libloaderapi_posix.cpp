@@ -25,10 +25,10 @@ struct ModuleSearch {
     std::string name;
 };
 
-// The load address of an object is where its first loadable segment is
+// The load address of an object is where its lowest loadable segment is
 // mapped, rounded down to a page: the address dladdr reports as its base.
-int VisitModule(dl_phdr_info* info, size_t, void* data) {
-    auto* search = static_cast<ModuleSearch*>(data);
+// 0 for an object without loadable segments.
+std::uintptr_t LoadAddress(const dl_phdr_info* info) {
     std::uintptr_t lowest = UINTPTR_MAX;
     for (int i = 0; i < info->dlpi_phnum; ++i) {
         if (info->dlpi_phdr[i].p_type == PT_LOAD && info->dlpi_phdr[i].p_vaddr < lowest) {
@@ -37,7 +37,13 @@ int VisitModule(dl_phdr_info* info, size_t, void* data) {
     }
     if (lowest == UINTPTR_MAX) return 0;
     std::uintptr_t page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-    if (((info->dlpi_addr + lowest) & ~(page - 1)) != search->base) return 0;
+    return (info->dlpi_addr + lowest) & ~(page - 1);
+}
+
+int VisitModule(dl_phdr_info* info, size_t, void* data) {
+    auto* search = static_cast<ModuleSearch*>(data);
+    std::uintptr_t base = LoadAddress(info);
+    if (base == 0 || base != search->base) return 0;
     search->found = true;
     search->name = info->dlpi_name != nullptr ? info->dlpi_name : "";
     return 1;
@@ -78,8 +84,7 @@ ModuleTable& Modules() {
     return *table;
 }
 
-// The load address of a dlopen handle: where the lowest loadable segment of
-// its object starts, rounded down to a page, as dladdr reports it.
+// The load address of a dlopen handle (see LoadAddress).
 HMODULE BaseOf(void* handle) {
     link_map* map = nullptr;
     if (dlinfo(handle, RTLD_DI_LINKMAP, &map) != 0 || map == nullptr) return nullptr;
@@ -91,16 +96,8 @@ HMODULE BaseOf(void* handle) {
         [](dl_phdr_info* info, size_t, void* data) {
             auto* s = static_cast<Search*>(data);
             if (info->dlpi_addr != s->bias) return 0;
-            std::uintptr_t lowest = UINTPTR_MAX;
-            for (int i = 0; i < info->dlpi_phnum; ++i) {
-                if (info->dlpi_phdr[i].p_type == PT_LOAD && info->dlpi_phdr[i].p_vaddr < lowest) {
-                    lowest = info->dlpi_phdr[i].p_vaddr;
-                }
-            }
-            if (lowest == UINTPTR_MAX) return 0;
-            std::uintptr_t page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-            s->base = (info->dlpi_addr + lowest) & ~(page - 1);
-            return 1;
+            s->base = LoadAddress(info);
+            return s->base != 0 ? 1 : 0;
         },
         &search);
     return reinterpret_cast<HMODULE>(search.base);
