@@ -3,7 +3,8 @@
 # sources see the headers private to it (posix/*.h, win32/*.h).
 # hooks.cpp holds what both have in common (the replaceable tick source,
 # debug-output sink and message-box handler), errno_table.cpp the one errno
-# translation, winreg.cpp the store of system settings.
+# translation, winreg.cpp the store of system settings, memoryapi.cpp what
+# the mapping calls share.
 if(WIN32)
   set(ZEL_PLATFORM_SOURCES
     platform/win32/debugapi_win32.cpp
@@ -44,4 +45,4 @@ else()
     platform/posix/winuser_windows_posix.cpp
   )
 endif()
-list(APPEND ZEL_PLATFORM_SOURCES platform/errno_table.cpp platform/hooks.cpp platform/winreg.cpp)
+list(APPEND ZEL_PLATFORM_SOURCES platform/errno_table.cpp platform/hooks.cpp platform/memoryapi.cpp platform/winreg.cpp)

@@ -334,14 +334,6 @@ HANDLE CreateMapping(HANDLE file, DWORD protect, DWORD sizeHigh, DWORD sizeLow, 
 using namespace zel_platform::posix;
 using zel_platform::ErrorFromErrno;
 
-HANDLE zel_win32::CreateFileForMappingW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode,
-                                        LPSECURITY_ATTRIBUTES securityAttributes,
-                                        DWORD creationDisposition, DWORD flagsAndAttributes,
-                                        HANDLE templateFile) {
-    return CreateFileW(fileName, desiredAccess | GENERIC_READ, shareMode, securityAttributes,
-                       creationDisposition, flagsAndAttributes, templateFile);
-}
-
 HANDLE zel_win32::CreateFileMappingW(HANDLE file, LPSECURITY_ATTRIBUTES /*securityAttributes*/,
                                      DWORD protect, DWORD maximumSizeHigh, DWORD maximumSizeLow,
                                      LPCWSTR name) {

@@ -7,14 +7,6 @@
 #include <cwchar>
 #include <string>
 
-HANDLE zel_win32::CreateFileForMappingW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode,
-                                        LPSECURITY_ATTRIBUTES securityAttributes,
-                                        DWORD creationDisposition, DWORD flagsAndAttributes,
-                                        HANDLE templateFile) {
-    return CreateFileW(fileName, desiredAccess | GENERIC_READ, shareMode, securityAttributes,
-                       creationDisposition, flagsAndAttributes, templateFile);
-}
-
 HANDLE zel_platform::CreateProcessFileMapping(HANDLE file, LPSECURITY_ATTRIBUTES securityAttributes,
                                               DWORD protect, DWORD maximumSizeHigh,
                                               DWORD maximumSizeLow, LPCWSTR name) {
