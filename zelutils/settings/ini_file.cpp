@@ -9,8 +9,6 @@
 #include <cctype>
 #include <climits>
 #include <cstring>
-#include <initializer_list>
-#include <utility>
 
 namespace zel_settings {
 
@@ -29,7 +27,10 @@ IZelIniFileWriterImpl::~IZelIniFileWriterImpl() = default;
 namespace {
 
 constexpr UINT kCreateReadWrite = zel_fs::FO_CREATE_ALWAYS | zel_fs::FO_READ | zel_fs::FO_WRITE;
+// Output is written in blocks of about kWriteBlock bytes; lines are
+// converted in blocks of about kConvertBlock units.
 constexpr std::size_t kWriteBlock = 64 * 1024;
+constexpr std::size_t kConvertBlock = 8 * 1024;
 
 bool IsLineEnd(unsigned unit) { return unit == '\r' || unit == '\n'; }
 
@@ -40,32 +41,46 @@ CZelStringW ToWide(const CZelStringA& line, UINT codePage) {
     return CZelStringW(line.GetString(), line.GetLength(), codePage);
 }
 
-// Wide text in the writer's encoding, as bytes.
-void AppendEncoded(std::vector<char>& out, const CZelStringW& text, int) {
-    const char* bytes = reinterpret_cast<const char*>(text.GetString());
-    out.insert(out.end(), bytes, bytes + text.GetLength() * sizeof(WCHAR));
+// Room for count more items after the used ones of store, whose size is its
+// capacity: it grows and never shrinks, so it is zero-filled once, not on
+// every use.
+template <class T>
+T* RoomFor(std::vector<T>& store, std::size_t used, std::size_t count) {
+    if (store.size() - used < count) store.resize(std::max(used + count, store.size() * 2));
+    return store.data() + used;
 }
 
-// False, with the last error, when the text cannot be converted.
-bool AppendConverted(std::vector<char>& out, const CZelStringW& text, UINT codePage) {
+// UTF-16LE: the units as they are.
+void AppendUnits(std::vector<char>& out, std::size_t& used, const WCHAR* units, std::size_t count) {
+    std::size_t bytes = count * sizeof(WCHAR);
+    std::memcpy(RoomFor(out, used, bytes), units, bytes);
+    used += bytes;
+}
+
+// The units converted to codePage, after the used bytes of out; false, with
+// the last error, when they cannot be converted.
+bool AppendConverted(std::vector<char>& out, std::size_t& used, const WCHAR* units, std::size_t count,
+                     UINT codePage) {
+    if (count > INT_MAX) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return false;
+    }
+    int length = static_cast<int>(count);
     if (codePage == CP_UTF8) {
         // Three bytes per unit always suffice, so one call converts without
         // measuring first; a lone surrogate becomes U+FFFD in three bytes too.
-        std::size_t start = out.size();
-        std::size_t room = static_cast<std::size_t>(text.GetLength()) * 3;
-        out.resize(start + room);
-        int written = WideCharToMultiByte(CP_UTF8, 0, text.GetString(), text.GetLength(), out.data() + start,
+        std::size_t room = count * 3;
+        char* target = RoomFor(out, used, room);
+        int written = WideCharToMultiByte(CP_UTF8, 0, units, length, target,
                                           static_cast<int>(std::min<std::size_t>(room, INT_MAX)), nullptr, nullptr);
-        out.resize(start + static_cast<std::size_t>(std::max(written, 0)));
+        used += static_cast<std::size_t>(std::max(written, 0));
         return written > 0;
     }
-    int needed = WideCharToMultiByte(codePage, 0, text.GetString(), text.GetLength(), nullptr, 0, nullptr, nullptr);
+    int needed = WideCharToMultiByte(codePage, 0, units, length, nullptr, 0, nullptr, nullptr);
     if (needed <= 0) return false;
-    std::size_t start = out.size();
-    out.resize(start + static_cast<std::size_t>(needed));
-    int written = WideCharToMultiByte(codePage, 0, text.GetString(), text.GetLength(), out.data() + start,
-                                      needed, nullptr, nullptr);
-    out.resize(start + static_cast<std::size_t>(std::max(written, 0)));
+    char* target = RoomFor(out, used, static_cast<std::size_t>(needed));
+    int written = WideCharToMultiByte(codePage, 0, units, length, target, needed, nullptr, nullptr);
+    used += static_cast<std::size_t>(std::max(written, 0));
     return written == needed;
 }
 
@@ -73,21 +88,22 @@ template <class String>
 struct WriterEncoding;
 template <>
 struct WriterEncoding<CZelStringW> {
-    static bool Append(std::vector<char>& out, const CZelStringW& text, int encoding) {
-        AppendEncoded(out, text, encoding);
+    static bool Append(std::vector<char>& out, std::size_t& used, const WCHAR* units, std::size_t count, int) {
+        AppendUnits(out, used, units, count);
         return true;
     }
 };
 template <>
 struct WriterEncoding<CZelStringUtf8> {
-    static bool Append(std::vector<char>& out, const CZelStringW& text, int) {
-        return AppendConverted(out, text, CP_UTF8);
+    static bool Append(std::vector<char>& out, std::size_t& used, const WCHAR* units, std::size_t count, int) {
+        return AppendConverted(out, used, units, count, CP_UTF8);
     }
 };
 template <>
 struct WriterEncoding<CZelStringA> {
-    static bool Append(std::vector<char>& out, const CZelStringW& text, int encoding) {
-        return AppendConverted(out, text, static_cast<UINT>(encoding));
+    static bool Append(std::vector<char>& out, std::size_t& used, const WCHAR* units, std::size_t count,
+                       int encoding) {
+        return AppendConverted(out, used, units, count, static_cast<UINT>(encoding));
     }
 };
 
@@ -160,30 +176,19 @@ bool WithWriter(int encoding, Action action) {
     return action(writer);
 }
 
-// Makes line the pieces put together, reusing its buffer.
-void SetPieces(CZelStringW& line, std::initializer_list<std::pair<const WCHAR*, int>> pieces) {
-    int total = 0;
-    for (const auto& piece : pieces) total += piece.second;
-    WCHAR* out = line.GetBuffer(total);
-    for (const auto& piece : pieces) out = std::copy(piece.first, piece.first + piece.second, out);
-    line.ReleaseBuffer(total);
-}
-
-// Each line is put together first and handed to the writer whole: one
-// conversion per line instead of one per piece, with the same bytes.
-bool WriteTable(IZelIniFileWriterImpl& writer, const IniSections& table) {
-    CZelStringW line;
+// Sections and keys in table order, each line handed to the writer whole.
+template <class Writer>
+bool WriteTable(Writer& writer, const IniSections& table) {
     for (const auto& [name, keys] : table) {
-        SetPieces(line, {{ZW("["), 1}, {name.GetString(), name.GetLength()}, {ZW("]\r\n"), 3}});
-        if (!writer.Write(line)) return false;
+        if (!writer.WriteLineOf({{ZW("["), 1}, {name.GetString(), name.GetLength()}, {ZW("]"), 1}})) return false;
         for (const auto& [key, value] : keys) {
-            SetPieces(line, {{key.GetString(), key.GetLength()},
-                             {ZW("="), 1},
-                             {value.GetString(), value.GetLength()},
-                             {ZW("\r\n"), 2}});
-            if (!writer.Write(line)) return false;
+            if (!writer.WriteLineOf({{key.GetString(), key.GetLength()},
+                                     {ZW("="), 1},
+                                     {value.GetString(), value.GetLength()}})) {
+                return false;
+            }
         }
-        if (!writer.WriteLine(CZelStringW())) return false;
+        if (!writer.WriteLineOf({})) return false;
     }
     return true;
 }
@@ -297,43 +302,67 @@ void TZelIniFileWriterImpl<String, Char>::StartWithMark() {
                              : encoding_ == kIniUtf8  ? zel_text::BomKind::Utf8
                                                       : zel_text::BomKind::None;
     if (kind != zel_text::BomKind::None && zel_text::GetBom(kind, mark, &markLength)) {
-        pending_.insert(pending_.end(), mark, mark + markLength);
+        std::memcpy(RoomFor(pending_, pendingBytes_, markLength), mark, markLength);
+        pendingBytes_ += markLength;
     }
 }
 
 template <class String, class Char>
-bool TZelIniFileWriterImpl<String, Char>::Append(const CZelStringW& text) {
-    if (text.IsEmpty()) return true;
+void TZelIniFileWriterImpl<String, Char>::Gather(const WCHAR* units, std::size_t count) {
+    if (count == 0) return;
+    std::memcpy(RoomFor(lines_, lineUnits_, count), units, count * sizeof(WCHAR));
+    lineUnits_ += count;
+}
+
+template <class String, class Char>
+void TZelIniFileWriterImpl<String, Char>::ConvertGathered() {
+    if (lineUnits_ == 0) return;
     // A failed conversion is remembered for Commit; the plain save, as in
     // earlier versions, goes on with what could be converted.
-    if (!WriterEncoding<String>::Append(pending_, text, encoding_) && firstError_ == 0) {
+    if (!WriterEncoding<String>::Append(pending_, pendingBytes_, lines_.data(), lineUnits_, encoding_) &&
+        firstError_ == 0) {
         firstError_ = GetLastError();
     }
-    return pending_.size() < kWriteBlock || Flush();
+    lineUnits_ = 0;
+}
+
+template <class String, class Char>
+bool TZelIniFileWriterImpl<String, Char>::WriteWhenFull() {
+    ConvertGathered();
+    return pendingBytes_ < kWriteBlock || Flush();
 }
 
 template <class String, class Char>
 bool TZelIniFileWriterImpl<String, Char>::Write(const CZelStringW& text) {
-    return Append(text);
+    Gather(text.GetString(), static_cast<std::size_t>(text.GetLength()));
+    return WriteWhenFull();
 }
 
 template <class String, class Char>
 bool TZelIniFileWriterImpl<String, Char>::WriteLine(const CZelStringW& text) {
-    return Append(text) && Append(CZelStringW(ZW("\r\n")));
+    return WriteLineOf({{text.GetString(), text.GetLength()}});
+}
+
+template <class String, class Char>
+bool TZelIniFileWriterImpl<String, Char>::WriteLineOf(std::initializer_list<IniTextPiece> pieces) {
+    for (const IniTextPiece& piece : pieces) Gather(piece.units, static_cast<std::size_t>(piece.count));
+    Gather(ZW("\r\n"), 2);
+    return lineUnits_ < kConvertBlock || WriteWhenFull();
 }
 
 template <class String, class Char>
 bool TZelIniFileWriterImpl<String, Char>::Flush() {
-    if (pending_.empty() || handle_ == INVALID_HANDLE_VALUE) return !transferredNothing_;
-    std::int32_t written = zel_fs::file_write(handle_, pending_.data(), static_cast<std::uint32_t>(pending_.size()));
-    if (written != static_cast<std::int32_t>(pending_.size())) {
+    ConvertGathered();
+    if (pendingBytes_ == 0 || handle_ == INVALID_HANDLE_VALUE) return !transferredNothing_;
+    std::int32_t written = zel_fs::file_write(handle_, pending_.data(), static_cast<std::uint32_t>(pendingBytes_));
+    if (written != static_cast<std::int32_t>(pendingBytes_)) {
         if (!writeFailed_ && firstError_ == 0) firstError_ = GetLastError();
         writeFailed_ = true;
     }
     // Only a write that moved nothing fails the plain save; a failed write
     // (-1) is not seen there, as in earlier versions.
     if (written == 0) transferredNothing_ = true;
-    pending_.clear();
+    pendingBytes_ = 0;
     return !transferredNothing_;
 }
 

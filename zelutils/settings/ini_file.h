@@ -21,7 +21,9 @@
 #include "zelutils/text/zel_utf.h"
 #include "zelutils/zel_api.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <map>
 #include <vector>
 
@@ -99,6 +101,13 @@ public:
     virtual ~IZelIniFileWriterImpl();
 };
 
+/// A run of UTF-16 units that WriteLineOf puts into a line: where it starts
+/// and how many units it has.
+struct IniTextPiece {
+    const WCHAR* units;  ///< the first unit
+    int count;           ///< the number of units, 0 or more
+};
+
 /// The line sink for one encoding: UTF-16LE units as they are
 /// (CZelStringW, WCHAR), UTF-8 (CZelStringUtf8, char) or the narrow code
 /// page given as the encoding (CZelStringA, char). Output is gathered and
@@ -115,6 +124,12 @@ public:
     void Attach(HANDLE file);
     bool Write(const zel_text::CZelStringW& text) override;
     bool WriteLine(const zel_text::CZelStringW& text) override;
+    /// Writes the pieces one after the other and "\r\n", as WriteLine of
+    /// their concatenation would. Whole lines are gathered and converted
+    /// together, which gives the same bytes as one conversion per line: no
+    /// character, and no shift state of a code page, spans a line end.
+    /// False only when a write transferred nothing.
+    bool WriteLineOf(std::initializer_list<IniTextPiece> pieces);
 
     /// Writes the gathered output; false when a write transferred nothing.
     bool Flush();
@@ -126,14 +141,19 @@ public:
     bool WriteFailed() const { return writeFailed_; }
 
 private:
-    bool Append(const zel_text::CZelStringW& text);
+    void Gather(const WCHAR* units, std::size_t count);
+    void ConvertGathered();
+    bool WriteWhenFull();
     void StartWithMark();
 
     HANDLE handle_ = INVALID_HANDLE_VALUE;
     bool ownsHandle_ = true;
     DWORD firstError_ = 0;
     int encoding_;
-    std::vector<char> pending_;
+    std::vector<WCHAR> lines_;   // text not yet converted; only the first lineUnits_ are used
+    std::size_t lineUnits_ = 0;
+    std::vector<char> pending_;  // bytes not yet written; only the first pendingBytes_ are used
+    std::size_t pendingBytes_ = 0;
     bool writeFailed_ = false;
     bool transferredNothing_ = false;
 };
