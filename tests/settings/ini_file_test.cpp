@@ -244,6 +244,39 @@ TEST_F(IniTest, RoundTripsInEveryEncoding) {
     std::filesystem::remove(PathOf("round.ini"));
 }
 
+TEST_F(IniTest, SaveKeepsTheTableOrderAcrossLargeAndEmptySections) {
+    // Later sections are walked while an earlier one is written: more
+    // sections than are walked together, sections of thousands of keys,
+    // empty ones. 1252 converts the gathered lines in blocks too.
+    const int sizes[] = {5000, 0, 1, 4097, 3, 0, 9000, 2, 4096};
+    IniSections table;
+    std::string utf8 = "\xEF\xBB\xBF";
+    std::string narrow;
+    for (int s = 0; s < static_cast<int>(std::size(sizes)); ++s) {
+        CZelStringW name;
+        name.Format(ZW("S%d"), s);
+        IniKeys& keys = table[name];
+        std::string header = "[S" + std::to_string(s) + "]\r\n";
+        utf8 += header;
+        narrow += header;
+        for (int k = 0; k < sizes[s]; ++k) {
+            CZelStringW key;
+            key.Format(ZW("k%05d"), k);
+            keys[key] = W(u"caf\u00E9");
+            std::string line = zel_text::CZelStringUtf8(key).GetString();
+            utf8 += line + "=caf\xC3\xA9\r\n";
+            narrow += line + "=caf\xE9\r\n";
+        }
+        utf8 += "\r\n";
+        narrow += "\r\n";
+    }
+    ASSERT_TRUE(SaveIniFile(PathW("order.ini"), table, kIniUtf8));
+    EXPECT_TRUE(Get("order.ini") == utf8) << "UTF-8, " << utf8.size() << " bytes expected";
+    ASSERT_TRUE(SaveIniFileAtomic(PathW("order.ini"), table, 1252));
+    EXPECT_TRUE(Get("order.ini") == narrow) << "1252, " << narrow.size() << " bytes expected";
+    std::filesystem::remove(PathOf("order.ini"));
+}
+
 TEST_F(IniTest, SaveCreatesMissingFolders) {
     IniSections table;
     table[W(u"S")][W(u"k")] = W(u"v");

@@ -176,21 +176,90 @@ bool WithWriter(int encoding, Action action) {
     return action(writer);
 }
 
+// Walking a tree waits for each node's memory in turn; walking the trees of
+// several sections side by side lets those waits overlap. A section walked
+// ahead of its turn keeps at most kKeysWalkedAhead keys, so memory stays
+// small whatever the sections' sizes.
+constexpr std::size_t kSectionsWalked = 4;
+constexpr std::size_t kKeysWalkedAhead = 4096;
+
+// One section's keys, walked and not yet written.
+class SectionWalk {
+public:
+    void Start(IniSections::const_iterator section) {
+        section_ = section;
+        next_ = section->second.begin();
+        walked_.clear();
+    }
+    const CZelStringW& Name() const { return section_->first; }
+    bool Done() const { return next_ == section_->second.end(); }
+    bool CanWalk() const { return !Done() && walked_.size() < kKeysWalkedAhead; }
+    void Walk() {
+        if (!CanWalk()) return;
+        walked_.push_back(&*next_);
+        ++next_;
+    }
+    // The walked keys, in order; the caller writes them and calls Clear.
+    const std::vector<const IniKeys::value_type*>& Walked() const { return walked_; }
+    void Clear() { walked_.clear(); }
+
+private:
+    IniSections::const_iterator section_;
+    IniKeys::const_iterator next_;
+    std::vector<const IniKeys::value_type*> walked_;
+};
+
+// Asks for the memory of the keys walked after the i-th before it is read:
+// the strings of the entry kPrefetchDistance ahead, and the entry twice as
+// far ahead, whose address is known already.
+void PrefetchAhead([[maybe_unused]] const std::vector<const IniKeys::value_type*>& walked,
+                   [[maybe_unused]] std::size_t i) {
+#if defined(__GNUC__)
+    constexpr std::size_t kPrefetchDistance = 16;
+    if (i + 2 * kPrefetchDistance < walked.size()) __builtin_prefetch(walked[i + 2 * kPrefetchDistance]);
+    if (i + kPrefetchDistance < walked.size()) {
+        __builtin_prefetch(walked[i + kPrefetchDistance]->first.GetString());
+        __builtin_prefetch(walked[i + kPrefetchDistance]->second.GetString());
+    }
+#endif
+}
+
 // Sections and keys in table order, each line handed to the writer whole.
 template <class Writer>
 bool WriteTable(Writer& writer, const IniSections& table) {
-    for (const auto& [name, keys] : table) {
-        if (!writer.WriteLineOf({{ZW("["), 1}, {name.GetString(), name.GetLength()}, {ZW("]"), 1}})) return false;
-        for (const auto& [key, value] : keys) {
-            if (!writer.WriteLineOf({{key.GetString(), key.GetLength()},
-                                     {ZW("="), 1},
-                                     {value.GetString(), value.GetLength()}})) {
-                return false;
-            }
+    // walks[first] is the section being written, the next open - 1 follow it.
+    SectionWalk walks[kSectionsWalked];
+    std::size_t first = 0;
+    std::size_t open = 0;
+    auto unopened = table.begin();
+    for (;;) {
+        for (; open < kSectionsWalked && unopened != table.end(); ++open) {
+            walks[(first + open) % kSectionsWalked].Start(unopened++);
         }
+        if (open == 0) return true;
+        SectionWalk& current = walks[first];
+        const CZelStringW& name = current.Name();
+        if (!writer.WriteLineOf({{ZW("["), 1}, {name.GetString(), name.GetLength()}, {ZW("]"), 1}})) return false;
+        do {
+            while (current.CanWalk()) {
+                for (std::size_t i = 0; i < open; ++i) walks[(first + i) % kSectionsWalked].Walk();
+            }
+            const auto& walked = current.Walked();
+            for (std::size_t i = 0; i < walked.size(); ++i) {
+                PrefetchAhead(walked, i);
+                const auto& [key, value] = *walked[i];
+                if (!writer.WriteLineOf({{key.GetString(), key.GetLength()},
+                                         {ZW("="), 1},
+                                         {value.GetString(), value.GetLength()}})) {
+                    return false;
+                }
+            }
+            current.Clear();
+        } while (!current.Done());
         if (!writer.WriteLineOf({})) return false;
+        first = (first + 1) % kSectionsWalked;
+        --open;
     }
-    return true;
 }
 
 // The folder part of path (up to the last separator), or empty.
