@@ -182,6 +182,8 @@ bool WithWriter(int encoding, Action action) {
 // small whatever the sections' sizes.
 constexpr std::size_t kSectionsWalked = 4;
 constexpr std::size_t kKeysWalkedAhead = 4096;
+// How far ahead of the key being written its successors' memory is asked for.
+constexpr std::size_t kPrefetchDistance = 16;
 
 // One section's keys, walked and not yet written.
 class SectionWalk {
@@ -209,21 +211,6 @@ private:
     std::vector<const IniKeys::value_type*> walked_;
 };
 
-// Asks for the memory of the keys walked after the i-th before it is read:
-// the strings of the entry kPrefetchDistance ahead, and the entry twice as
-// far ahead, whose address is known already.
-void PrefetchAhead([[maybe_unused]] const std::vector<const IniKeys::value_type*>& walked,
-                   [[maybe_unused]] std::size_t i) {
-#if defined(__GNUC__)
-    constexpr std::size_t kPrefetchDistance = 16;
-    if (i + 2 * kPrefetchDistance < walked.size()) __builtin_prefetch(walked[i + 2 * kPrefetchDistance]);
-    if (i + kPrefetchDistance < walked.size()) {
-        __builtin_prefetch(walked[i + kPrefetchDistance]->first.GetString());
-        __builtin_prefetch(walked[i + kPrefetchDistance]->second.GetString());
-    }
-#endif
-}
-
 // Sections and keys in table order, each line handed to the writer whole.
 template <class Writer>
 bool WriteTable(Writer& writer, const IniSections& table) {
@@ -246,7 +233,17 @@ bool WriteTable(Writer& writer, const IniSections& table) {
             }
             const auto& walked = current.Walked();
             for (std::size_t i = 0; i < walked.size(); ++i) {
-                PrefetchAhead(walked, i);
+#if defined(__GNUC__)
+                // The strings of the key kPrefetchDistance ahead are asked
+                // for, and that key twice as far ahead. Written here, not in
+                // a helper: GCC drops calls to a function that only
+                // prefetches, since it has no effect it can see.
+                if (i + 2 * kPrefetchDistance < walked.size()) __builtin_prefetch(walked[i + 2 * kPrefetchDistance]);
+                if (i + kPrefetchDistance < walked.size()) {
+                    __builtin_prefetch(walked[i + kPrefetchDistance]->first.GetString());
+                    __builtin_prefetch(walked[i + kPrefetchDistance]->second.GetString());
+                }
+#endif
                 const auto& [key, value] = *walked[i];
                 if (!writer.WriteLineOf({{key.GetString(), key.GetLength()},
                                          {ZW("="), 1},
