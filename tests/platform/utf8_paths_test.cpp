@@ -15,7 +15,7 @@ namespace {
 using WString = std::basic_string<WCHAR>;
 using zel_platform::Utf8CodecPath;
 
-constexpr Utf8CodecPath kVectorPaths[] = {Utf8CodecPath::kSse41};
+constexpr Utf8CodecPath kVectorPaths[] = {Utf8CodecPath::kSse41, Utf8CodecPath::kAvx2};
 constexpr std::size_t kMaxLength = 300;
 constexpr std::size_t kAlignments = 16;
 

@@ -81,6 +81,7 @@ enum class Utf8CodecPath {
     kFastest,  ///< the fastest one the processor runs (the default)
     kPlain,    ///< a character at a time around blocks of ASCII: any processor
     kSse41,    ///< vector kernels for SSSE3 and SSE4.1 (x86 processors)
+    kAvx2,     ///< vector kernels for AVX2 (x86 processors)
 };
 /// Makes every UTF-8 conversion of this process take `path` from now on, so
 /// tests can compare the paths on the same text. Returns false, changing

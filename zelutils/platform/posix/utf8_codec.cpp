@@ -9,7 +9,7 @@
 // that follow are sure to overwrite the rest: a successful conversion writes
 // nothing beyond the units it returns.
 //
-// On a processor with SSE4.1, vector kernels (utf8_kernels.h) convert the
+// On a processor with SSE4.1 or AVX2, vector kernels (utf8_kernels.h) convert the
 // well-formed blocks of any script, chosen once at the first conversion; the
 // plain path converts what a kernel leaves: ill-formed text, the end of the
 // input and the end of the target.
@@ -306,20 +306,32 @@ ConversionResult Convert(const In* in, std::size_t n, Out* out, std::size_t capa
     return {count, ConversionResult::kDone};
 }
 
-/// The kernels the processor runs, or null for the plain path.
-const Utf8Kernels* FastestKernels() {
+/// The kernels of path, or null when the build or the processor lacks them
+/// (and for the plain path).
+const Utf8Kernels* KernelsOf(zel_platform::Utf8CodecPath path) {
 #if defined(__x86_64__) || defined(__i386__)
     __builtin_cpu_init();
-    if (__builtin_cpu_supports("ssse3") && __builtin_cpu_supports("sse4.1") && __builtin_cpu_supports("popcnt")) {
-        return Sse41Utf8Kernels();
+    const bool sse41 =
+        __builtin_cpu_supports("ssse3") && __builtin_cpu_supports("sse4.1") && __builtin_cpu_supports("popcnt");
+    switch (path) {
+    case zel_platform::Utf8CodecPath::kFastest:
+        if (const Utf8Kernels* avx2 = KernelsOf(zel_platform::Utf8CodecPath::kAvx2)) return avx2;
+        return KernelsOf(zel_platform::Utf8CodecPath::kSse41);
+    case zel_platform::Utf8CodecPath::kPlain:
+        return nullptr;
+    case zel_platform::Utf8CodecPath::kSse41:
+        return sse41 ? Sse41Utf8Kernels() : nullptr;
+    case zel_platform::Utf8CodecPath::kAvx2:
+        return sse41 && __builtin_cpu_supports("avx2") ? Avx2Utf8Kernels() : nullptr;
     }
 #endif
+    static_cast<void>(path);
     return nullptr;
 }
 
 /// The kernels in use: the fastest ones unless a test chose others.
 std::atomic<const Utf8Kernels*>& Kernels() {
-    static std::atomic<const Utf8Kernels*> kernels{FastestKernels()};
+    static std::atomic<const Utf8Kernels*> kernels{KernelsOf(zel_platform::Utf8CodecPath::kFastest)};
     return kernels;
 }
 
@@ -360,18 +372,8 @@ ConversionResult Utf16ToUtf8(const char16_t* source, std::size_t length, char* t
 namespace zel_platform {
 
 bool SetUtf8CodecPath(Utf8CodecPath path) {
-    const posix::Utf8Kernels* kernels = nullptr;
-    switch (path) {
-    case Utf8CodecPath::kFastest:
-        kernels = posix::FastestKernels();
-        break;
-    case Utf8CodecPath::kPlain:
-        break;
-    case Utf8CodecPath::kSse41:
-        kernels = posix::FastestKernels() == posix::Sse41Utf8Kernels() ? posix::Sse41Utf8Kernels() : nullptr;
-        if (kernels == nullptr) return false;
-        break;
-    }
+    const posix::Utf8Kernels* kernels = posix::KernelsOf(path);
+    if (kernels == nullptr && path != Utf8CodecPath::kPlain && path != Utf8CodecPath::kFastest) return false;
     posix::Kernels().store(kernels, std::memory_order_relaxed);
     return true;
 }

@@ -33,5 +33,7 @@ struct Utf8Kernels {
 /// The kernels for SSSE3 and SSE4.1 (with POPCNT), or null when this build
 /// has none (a processor other than x86).
 const Utf8Kernels* Sse41Utf8Kernels();
+/// The kernels for AVX2 (with POPCNT), or null when this build has none.
+const Utf8Kernels* Avx2Utf8Kernels();
 
 }  // namespace zel_platform::posix

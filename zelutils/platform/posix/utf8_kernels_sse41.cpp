@@ -23,90 +23,31 @@
 
 #if defined(__SSSE3__) && defined(__SSE4_1__) && defined(__POPCNT__)
 
+#include "zelutils/platform/posix/utf8_kernel_tables.h"
+
 #include <smmintrin.h>
 
 namespace zel_platform::posix {
 namespace {
 
-struct Shuffle {
-    alignas(16) unsigned char bytes[16];
-};
-
-/// For each set of kept 16-bit lanes (bit i: lane i of 8), the shuffle that
-/// moves them to the front in order.
-struct UnitPackTable {
-    Shuffle entries[256];
-    constexpr UnitPackTable() : entries() {
-        for (unsigned kept = 0; kept < 256; ++kept) {
-            unsigned out = 0;
-            for (unsigned lane = 0; lane < 8; ++lane) {
-                if ((kept >> lane & 1) == 0) continue;
-                entries[kept].bytes[out++] = static_cast<unsigned char>(2 * lane);
-                entries[kept].bytes[out++] = static_cast<unsigned char>(2 * lane + 1);
-            }
-            while (out < 16) entries[kept].bytes[out++] = 0x80;
-        }
-    }
-};
-constexpr UnitPackTable kUnitPack;
-
-/// For 4 units, each laid out as the bytes [first, middle, last, 0] of a
-/// 32-bit lane and described by 2 bits (00: 1 byte, 01: 2, 11: 3, 10: none),
-/// the shuffle that keeps their bytes in order, and how many there are.
-struct BytePackTable {
-    Shuffle entries[256];
-    unsigned char lengths[256];
-    constexpr BytePackTable() : entries(), lengths() {
-        for (unsigned codes = 0; codes < 256; ++codes) {
-            unsigned out = 0;
-            for (unsigned lane = 0; lane < 4; ++lane) {
-                const unsigned code = codes >> (2 * lane) & 3;
-                const unsigned first = code == 3 ? 0 : code == 1 ? 1 : code == 0 ? 2 : 3;
-                for (unsigned byte = first; byte < 3; ++byte) {
-                    entries[codes].bytes[out++] = static_cast<unsigned char>(4 * lane + byte);
-                }
-            }
-            lengths[codes] = static_cast<unsigned char>(out);
-            while (out < 16) entries[codes].bytes[out++] = 0x80;
-        }
-    }
-};
-constexpr BytePackTable kBytePack;
-
 __m128i Load(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
 void Store(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
-__m128i Table(const Shuffle& shuffle) { return _mm_load_si128(reinterpret_cast<const __m128i*>(shuffle.bytes)); }
+template <typename Entry>
+__m128i Table(const Entry& entry) {
+    return _mm_load_si128(reinterpret_cast<const __m128i*>(&entry));
+}
 __m128i Bytes(int byte) { return _mm_set1_epi8(static_cast<char>(byte)); }
 __m128i Units(int unit) { return _mm_set1_epi16(static_cast<short>(unit)); }
 unsigned Mask(__m128i v) { return static_cast<unsigned>(_mm_movemask_epi8(v)); }
 
-// Error classes of a lead byte and the byte after it, one bit each.
-constexpr char kOverlong2 = 1;     // C0, C1
-constexpr char kOverlong3 = 2;     // E0 80..9F
-constexpr char kSurrogate = 4;     // ED A0..BF
-constexpr char kOverlong4 = 8;     // F0 80..8F
-constexpr char kTooLarge = 16;     // F4 90..BF
-constexpr char kNoLeadByte = 32;   // F5..FF
-constexpr char kAnyNext = kOverlong2 | kNoLeadByte;
-
 /// The positions (bit i: byte i) of lead bytes that start an overlong form,
 /// a surrogate or a code point above 10FFFF, or that no character starts with.
 unsigned BadLeads(__m128i bytes, __m128i next) {
-    const __m128i byHigh = _mm_setr_epi8(0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, kOverlong2, 0, kOverlong3 | kSurrogate,
-                                         kOverlong4 | kTooLarge | kNoLeadByte);
-    const __m128i byLow = _mm_setr_epi8(kOverlong2 | kOverlong3 | kOverlong4, kOverlong2, 0, 0, kTooLarge,
-                                        kNoLeadByte, kNoLeadByte, kNoLeadByte, kNoLeadByte, kNoLeadByte, kNoLeadByte,
-                                        kNoLeadByte, kNoLeadByte, kSurrogate | kNoLeadByte, kNoLeadByte, kNoLeadByte);
-    const __m128i byNextHigh =
-        _mm_setr_epi8(kAnyNext, kAnyNext, kAnyNext, kAnyNext, kAnyNext, kAnyNext, kAnyNext, kAnyNext,
-                      kAnyNext | kOverlong3 | kOverlong4, kAnyNext | kOverlong3 | kTooLarge,
-                      kAnyNext | kSurrogate | kTooLarge, kAnyNext | kSurrogate | kTooLarge, kAnyNext, kAnyNext,
-                      kAnyNext, kAnyNext);
     const __m128i nibble = Bytes(0x0F);
     const __m128i errors = _mm_and_si128(
-        _mm_and_si128(_mm_shuffle_epi8(byHigh, _mm_and_si128(_mm_srli_epi16(bytes, 4), nibble)),
-                      _mm_shuffle_epi8(byLow, _mm_and_si128(bytes, nibble))),
-        _mm_shuffle_epi8(byNextHigh, _mm_and_si128(_mm_srli_epi16(next, 4), nibble)));
+        _mm_and_si128(_mm_shuffle_epi8(Table(kByLeadHigh), _mm_and_si128(_mm_srli_epi16(bytes, 4), nibble)),
+                      _mm_shuffle_epi8(Table(kByLeadLow), _mm_and_si128(bytes, nibble))),
+        _mm_shuffle_epi8(Table(kByNextHigh), _mm_and_si128(_mm_srli_epi16(next, 4), nibble)));
     return ~Mask(_mm_cmpeq_epi8(errors, _mm_setzero_si128())) & 0xFFFF;
 }
 
