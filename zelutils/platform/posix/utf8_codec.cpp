@@ -9,10 +9,10 @@
 // that follow are sure to overwrite the rest: a successful conversion writes
 // nothing beyond the units it returns.
 //
-// On a processor with SSE4.1 or AVX2, vector kernels (utf8_kernels.h) convert the
-// well-formed blocks of any script, chosen once at the first conversion; the
-// plain path converts what a kernel leaves: ill-formed text, the end of the
-// input and the end of the target.
+// On a processor with SSE4.1 or AVX2, vector kernels (utf8_kernels.h),
+// chosen at the first conversion, convert the well-formed blocks of any
+// script; the plain path converts what a kernel leaves: ill-formed text, the
+// end of the input and the end of the target.
 #include "zelutils/platform/posix/codecs.h"
 #include "zelutils/platform/posix/utf8_kernels.h"
 
@@ -284,8 +284,8 @@ bool EncodeStretch(const char16_t*& in, const char16_t* stop, const char16_t* en
     return true;
 }
 
-/// How far the plain path goes past the point where a kernel stopped before
-/// the kernel tries again: past any ill-formed part the kernel stopped at.
+/// How far the plain path converts from where a kernel stopped before the
+/// kernel tries again (ill-formed text costs a failed window each time).
 constexpr std::size_t kPlainStretch = 16;
 
 /// Converts the n units at in with kernels (null: the plain path only), a
