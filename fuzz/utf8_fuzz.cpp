@@ -2,7 +2,8 @@
 // byte-at-a-time decoder following the Windows replacement rules gives, the
 // measure equals the conversion, and the decoded text survives encoding and
 // decoding again unchanged. The same bytes, read as UTF-16 units, encode to
-// UTF-8 that decodes back to the units with lone surrogates replaced.
+// UTF-8 that decodes back to the units with lone surrogates replaced. Every
+// path of the codec the processor runs is checked.
 #include "zelutils/platform/win32.h"
 
 #include <cstddef>
@@ -89,10 +90,7 @@ std::string Encode(const WString& wide) {
     return bytes;
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    if (size > (1u << 20)) return 0;
+void Check(const std::uint8_t* data, std::size_t size) {
     const int length = static_cast<int>(size);
     const WString decoded = Decode(reinterpret_cast<const char*>(data), length);
     if (decoded != ReferenceDecode(data, size)) std::abort();
@@ -112,5 +110,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     const std::string encoded = Encode(units);
     if (Decode(encoded.data(), static_cast<int>(encoded.size())) != expected) std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size > (1u << 20)) return 0;
+    using zel_platform::Utf8CodecPath;
+    for (Utf8CodecPath path : {Utf8CodecPath::kPlain, Utf8CodecPath::kSse41, Utf8CodecPath::kAvx2}) {
+        if (zel_platform::SetUtf8CodecPath(path)) Check(data, size);
+    }
     return 0;
 }

@@ -40,9 +40,17 @@ else()
     platform/posix/sysinfoapi_posix.cpp
     platform/posix/timezoneapi_posix.cpp
     platform/posix/utf8_codec.cpp
+    platform/posix/utf8_kernels_avx2.cpp
+    platform/posix/utf8_kernels_sse41.cpp
     platform/posix/winbase_posix.cpp
     platform/posix/winuser_posix.cpp
     platform/posix/winuser_windows_posix.cpp
   )
+  # The UTF-8 codec's vector kernels: each file alone is compiled for its
+  # instruction set, which the codec checks the processor for at run time.
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|amd64|i[3-6]86)$")
+    set_source_files_properties(platform/posix/utf8_kernels_sse41.cpp PROPERTIES COMPILE_OPTIONS "-mssse3;-msse4.1;-mpopcnt")
+    set_source_files_properties(platform/posix/utf8_kernels_avx2.cpp PROPERTIES COMPILE_OPTIONS "-mavx2;-mpopcnt")
+  endif()
 endif()
 list(APPEND ZEL_PLATFORM_SOURCES platform/errno_table.cpp platform/hooks.cpp platform/memoryapi.cpp platform/winreg.cpp)

@@ -74,4 +74,18 @@ namespace zel_platform {
 /// Returns false, changing nothing, when either is not available here, and
 /// on Windows, where the system's settings rule.
 ZEL_API bool SetProcessCodePages(UINT ansiCodePage, UINT oemCodePage);
+
+/// The ways the UTF-8 codec of the POSIX emulation (code page 65001) can
+/// convert; every one gives the same results.
+enum class Utf8CodecPath {
+    kFastest,  ///< the fastest one the processor runs (the default)
+    kPlain,    ///< a character at a time around blocks of ASCII: any processor
+    kSse41,    ///< vector kernels for SSSE3 and SSE4.1 (x86 processors)
+    kAvx2,     ///< vector kernels for AVX2 (x86 processors)
+};
+/// Makes every UTF-8 conversion of this process take `path` from now on, so
+/// tests can compare the paths on the same text. Returns false, changing
+/// nothing, when the processor or the build lacks the path, and on Windows,
+/// where the system's codec is in force.
+ZEL_API bool SetUtf8CodecPath(Utf8CodecPath path);
 }  // namespace zel_platform

@@ -1,14 +1,22 @@
 // The library's UTF-8 codec (code page 65001).
 //
-// Text is mostly ASCII, so both directions first try a block of ASCII at a
-// time (16 bytes with SSE2, 8 with word operations elsewhere) and fall back
-// to one character at a time only around non-ASCII characters. Measuring
-// runs the same loops without stores, so it costs no more than converting.
-// A whole block is stored even when only its start is ASCII, but only where
-// the characters that follow are sure to overwrite the rest: a successful
-// conversion writes nothing beyond the units it returns.
+// The plain path works on any processor and is the reference: text is mostly
+// ASCII, so both directions first try a block of ASCII at a time (16 bytes
+// with SSE2, 8 with word operations elsewhere) and fall back to one character
+// at a time only around non-ASCII characters. Measuring runs the same loops
+// without stores, so it costs no more than converting. A whole block is
+// stored even when only its start is ASCII, but only where the characters
+// that follow are sure to overwrite the rest: a successful conversion writes
+// nothing beyond the units it returns.
+//
+// On a processor with SSE4.1 or AVX2, vector kernels (utf8_kernels.h),
+// chosen at the first conversion, convert the well-formed blocks of any
+// script; the plain path converts what a kernel leaves: ill-formed text, the
+// end of the input and the end of the target.
 #include "zelutils/platform/posix/codecs.h"
+#include "zelutils/platform/posix/utf8_kernels.h"
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 
@@ -154,12 +162,13 @@ std::size_t DecodeSequence(const unsigned char* in, const unsigned char* end, ch
     return 4;
 }
 
-/// UTF-8 to UTF-16; with kStore false, only counts the units.
+/// UTF-8 to UTF-16 on the plain path, from *in until it reaches stop (the
+/// last character may end past it) or the target is full; with kStore false,
+/// only counts the units. False when the target is too small.
 template <bool kStore>
-ConversionResult DecodeUtf8(const unsigned char* in, std::size_t length, char16_t* out, std::size_t capacity) {
-    const unsigned char* const end = in + length;
-    std::size_t count = 0;
-    while (in != end) {
+bool DecodeStretch(const unsigned char*& in, const unsigned char* stop, const unsigned char* end, char16_t* out,
+                   std::size_t capacity, std::size_t& count) {
+    while (in < stop) {
         if (static_cast<std::size_t>(end - in) >= kByteBlock && (!kStore || capacity - count >= kByteBlock)) {
             const std::size_t ascii = AsciiBytePrefix(in);
             if constexpr (kStore) {
@@ -177,7 +186,7 @@ ConversionResult DecodeUtf8(const unsigned char* in, std::size_t length, char16_
             if (ascii == kByteBlock) continue;
         } else if (*in < 0x80) {
             if constexpr (kStore) {
-                if (count == capacity) return {count, ConversionResult::kTargetTooSmall};
+                if (count == capacity) return false;
                 out[count] = *in;
             }
             ++in;
@@ -191,29 +200,30 @@ ConversionResult DecodeUtf8(const unsigned char* in, std::size_t length, char16_
             in += DecodeSequence(in, end, &codePoint);
             if (codePoint < 0x10000) {
                 if constexpr (kStore) {
-                    if (count == capacity) return {count, ConversionResult::kTargetTooSmall};
+                    if (count == capacity) return false;
                     out[count] = static_cast<char16_t>(codePoint);
                 }
                 ++count;
             } else {
                 if constexpr (kStore) {
-                    if (capacity - count < 2) return {count, ConversionResult::kTargetTooSmall};
+                    if (capacity - count < 2) return false;
                     out[count] = static_cast<char16_t>(0xD7C0 + (codePoint >> 10));
                     out[count + 1] = static_cast<char16_t>(0xDC00 | (codePoint & 0x3FF));
                 }
                 count += 2;
             }
-        } while (in != end && *in >= 0x80);
+        } while (in < stop && *in >= 0x80);
     }
-    return {count, ConversionResult::kDone};
+    return true;
 }
 
-/// UTF-16 to UTF-8; with kStore false, only counts the bytes.
+/// UTF-16 to UTF-8 on the plain path, from *in until it reaches stop (a
+/// surrogate pair may end past it) or the target is full; with kStore false,
+/// only counts the bytes. False when the target is too small.
 template <bool kStore>
-ConversionResult EncodeUtf8(const char16_t* in, std::size_t length, unsigned char* out, std::size_t capacity) {
-    const char16_t* const end = in + length;
-    std::size_t count = 0;
-    while (in != end) {
+bool EncodeStretch(const char16_t*& in, const char16_t* stop, const char16_t* end, unsigned char* out,
+                   std::size_t capacity, std::size_t& count) {
+    while (in < stop) {
         if (static_cast<std::size_t>(end - in) >= kUnitBlock && (!kStore || capacity - count >= kUnitBlock)) {
             const std::size_t ascii = AsciiUnitPrefix(in);
             // Every unit gives at least one byte, so the bytes narrowed past
@@ -236,7 +246,7 @@ ConversionResult EncodeUtf8(const char16_t* in, std::size_t length, unsigned cha
 #endif
         } else if (*in < 0x80) {
             if constexpr (kStore) {
-                if (count == capacity) return {count, ConversionResult::kTargetTooSmall};
+                if (count == capacity) return false;
                 out[count] = static_cast<unsigned char>(*in);
             }
             ++in;
@@ -254,7 +264,7 @@ ConversionResult EncodeUtf8(const char16_t* in, std::size_t length, unsigned cha
             }
             const std::size_t bytes = codePoint < 0x800 ? 2 : codePoint < 0x10000 ? 3 : 4;
             if constexpr (kStore) {
-                if (capacity - count < bytes) return {count, ConversionResult::kTargetTooSmall};
+                if (capacity - count < bytes) return false;
                 unsigned char* p = out + count;
                 if (bytes == 2) {
                     p[0] = static_cast<unsigned char>(0xC0 | (codePoint >> 6));
@@ -269,23 +279,103 @@ ConversionResult EncodeUtf8(const char16_t* in, std::size_t length, unsigned cha
                 p[bytes - 1] = static_cast<unsigned char>(0x80 | (codePoint & 0x3F));
             }
             count += bytes;
-        } while (in != end && *in >= 0x80);
+        } while (in < stop && *in >= 0x80);
+    }
+    return true;
+}
+
+/// How far the plain path converts from where a kernel stopped before the
+/// kernel tries again (ill-formed text costs a failed window each time).
+constexpr std::size_t kPlainStretch = 16;
+
+/// Converts the n units at in with kernels (null: the plain path only), a
+/// kernel's blocks and plain stretches in turn; with a null out, measures.
+template <typename In, typename Out, typename Kernel, typename Stretch>
+ConversionResult Convert(const In* in, std::size_t n, Out* out, std::size_t capacity, Kernel kernel,
+                         Stretch stretch) {
+    const In* const end = in + n;
+    std::size_t count = 0;
+    while (in != end) {
+        const In* stop = end;
+        if (kernel != nullptr) {
+            count += kernel(&in, end, out == nullptr ? nullptr : out + count, capacity - count);
+            if (static_cast<std::size_t>(end - in) > kPlainStretch) stop = in + kPlainStretch;
+        }
+        if (!stretch(in, stop, end, count)) return {count, ConversionResult::kTargetTooSmall};
     }
     return {count, ConversionResult::kDone};
+}
+
+/// The kernels of path, or null when the build or the processor lacks them
+/// (and for the plain path).
+const Utf8Kernels* KernelsOf(zel_platform::Utf8CodecPath path) {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_cpu_init();
+    const bool sse41 =
+        __builtin_cpu_supports("ssse3") && __builtin_cpu_supports("sse4.1") && __builtin_cpu_supports("popcnt");
+    switch (path) {
+    case zel_platform::Utf8CodecPath::kFastest:
+        if (const Utf8Kernels* avx2 = KernelsOf(zel_platform::Utf8CodecPath::kAvx2)) return avx2;
+        return KernelsOf(zel_platform::Utf8CodecPath::kSse41);
+    case zel_platform::Utf8CodecPath::kPlain:
+        return nullptr;
+    case zel_platform::Utf8CodecPath::kSse41:
+        return sse41 ? Sse41Utf8Kernels() : nullptr;
+    case zel_platform::Utf8CodecPath::kAvx2:
+        return sse41 && __builtin_cpu_supports("avx2") ? Avx2Utf8Kernels() : nullptr;
+    }
+#endif
+    static_cast<void>(path);
+    return nullptr;
+}
+
+/// The kernels in use: the fastest ones unless a test chose others.
+std::atomic<const Utf8Kernels*>& Kernels() {
+    static std::atomic<const Utf8Kernels*> kernels{KernelsOf(zel_platform::Utf8CodecPath::kFastest)};
+    return kernels;
 }
 
 }  // namespace
 
 ConversionResult Utf8ToUtf16(const char* source, std::size_t length, char16_t* target, std::size_t capacity) {
+    const Utf8Kernels* kernels = Kernels().load(std::memory_order_relaxed);
     const auto* in = reinterpret_cast<const unsigned char*>(source);
-    return target == nullptr ? DecodeUtf8<false>(in, length, nullptr, 0)
-                             : DecodeUtf8<true>(in, length, target, capacity);
+    auto* decode = kernels == nullptr ? nullptr : kernels->decode;
+    if (target == nullptr) {
+        return Convert(in, length, target, 0, decode,
+                       [](const unsigned char*& from, const unsigned char* stop, const unsigned char* end,
+                          std::size_t& count) { return DecodeStretch<false>(from, stop, end, nullptr, 0, count); });
+    }
+    return Convert(in, length, target, capacity, decode,
+                   [&](const unsigned char*& from, const unsigned char* stop, const unsigned char* end,
+                       std::size_t& count) { return DecodeStretch<true>(from, stop, end, target, capacity, count); });
 }
 
 ConversionResult Utf16ToUtf8(const char16_t* source, std::size_t length, char* target, std::size_t capacity) {
-    return target == nullptr
-               ? EncodeUtf8<false>(source, length, nullptr, 0)
-               : EncodeUtf8<true>(source, length, reinterpret_cast<unsigned char*>(target), capacity);
+    const Utf8Kernels* kernels = Kernels().load(std::memory_order_relaxed);
+    auto* out = reinterpret_cast<unsigned char*>(target);
+    auto* encode = kernels == nullptr ? nullptr : kernels->encode;
+    if (target == nullptr) {
+        return Convert(source, length, out, 0, encode,
+                       [](const char16_t*& from, const char16_t* stop, const char16_t* end, std::size_t& count) {
+                           return EncodeStretch<false>(from, stop, end, nullptr, 0, count);
+                       });
+    }
+    return Convert(source, length, out, capacity, encode,
+                   [&](const char16_t*& from, const char16_t* stop, const char16_t* end, std::size_t& count) {
+                       return EncodeStretch<true>(from, stop, end, out, capacity, count);
+                   });
 }
 
 }  // namespace zel_platform::posix
+
+namespace zel_platform {
+
+bool SetUtf8CodecPath(Utf8CodecPath path) {
+    const posix::Utf8Kernels* kernels = posix::KernelsOf(path);
+    if (kernels == nullptr && path != Utf8CodecPath::kPlain && path != Utf8CodecPath::kFastest) return false;
+    posix::Kernels().store(kernels, std::memory_order_relaxed);
+    return true;
+}
+
+}  // namespace zel_platform

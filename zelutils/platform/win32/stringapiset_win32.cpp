@@ -5,4 +5,6 @@ namespace zel_platform {
 
 bool SetProcessCodePages(UINT, UINT) { return false; }
 
+bool SetUtf8CodecPath(Utf8CodecPath) { return false; }
+
 }  // namespace zel_platform
