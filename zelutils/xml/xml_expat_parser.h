@@ -187,7 +187,8 @@ public:
     void OnStartElement(const zel_text::CZelStringW& name, XmlAttributes& attributes) override;
     /// Completes the element: the outermost registered one goes to its
     /// handler, others inside a hooked subtree to their parent's children,
-    /// and those outside to OnOuterEnd (without children).
+    /// and those outside to OnOuterEnd (without children). An element counts
+    /// as registered when its name was at its start tag.
     void OnEndElement(const zel_text::CZelStringW& name) override;
     /// Appends the text, untrimmed, to the innermost open element.
     void OnCharacterData(const zel_text::CZelStringW& text) override;
