@@ -205,7 +205,9 @@ TEST(XmlStrParser, AttributesAreSortedWhateverTheirNumber) {
         ASSERT_TRUE(parser.ParseMemory(doc.data(), doc.size()));
         const zel::XmlAttributes& attributes = parser.Root()->Attributes();
         ASSERT_EQ(attributes.size(), static_cast<std::size_t>(count));
-        for (auto at = attributes.begin(); at + 1 != attributes.end(); ++at) EXPECT_LT(at->first.Compare(at[1].first), 0);
+        for (auto at = attributes.begin(); at + 1 != attributes.end(); ++at) {
+            EXPECT_LT(at->first.Compare(at[1].first), 0);
+        }
         for (int i = 1; i <= count; ++i) EXPECT_EQ(parser.Root()->GetInt(W(("a" + std::to_string(i)).c_str())), i);
         EXPECT_EQ(attributes.count(W("a0")), 0u);
     }

@@ -199,7 +199,9 @@ void XmlAttributes::Append(CZelStringW name, CZelStringW value) {
 void XmlAttributes::SortByName() {
     value_type* pairs = Pairs();
     std::size_t count = size();
-    auto before = [](const value_type& left, const value_type& right) { return XmlNameLess()(left.first, right.first); };
+    auto before = [](const value_type& left, const value_type& right) {
+        return XmlNameLess()(left.first, right.first);
+    };
     if (count > 32) {
         std::sort(pairs, pairs + count, before);
         return;
