@@ -113,6 +113,26 @@ TEST(XmlElementValues, AttributesAreOrderedByCodeUnit) {
     EXPECT_EQ(order, "Z a b \xC3\xA9 \xF0\x9F\x98\x80 \xEF\xBC\xA1 ");
 }
 
+TEST(XmlElementValues, AttributeSetsCopyAndReplaceByName) {
+    XmlElement element(W("e"));
+    element.SetAttribute(W("b"), W("1"));
+    element.SetAttribute(W("a"), W("2"));
+    element.SetAttribute(W("b"), W("3"));  // replaces, keeps one "b"
+    zel::XmlAttributes copy = element.Attributes();
+    copy.Set(W("a"), W("changed"));
+    copy.Set(W("c"), W("4"));
+    EXPECT_EQ(element.Attributes().size(), 2u);
+    EXPECT_EQ(element.GetString(W("a")), W("2"));
+    EXPECT_EQ(element.GetString(W("b")), W("3"));
+    element.SetAttributes(std::move(copy));
+    EXPECT_TRUE(copy.empty());  // NOLINT(bugprone-use-after-move): taken over, as documented
+    EXPECT_EQ(element.GetString(W("a")), W("changed"));
+    EXPECT_EQ(element.GetString(W("c")), W("4"));
+    copy = element.Attributes();
+    copy.clear();
+    EXPECT_EQ(element.Attributes().size(), 3u);
+}
+
 TEST(XmlElementChildren, FindIterateAndReadChildAttributes) {
     auto parent = std::make_shared<XmlElement>(W("p"));
     for (const char* name : {"x", "", "y", "x"}) {

@@ -152,6 +152,67 @@ TEST(XmlStrParser, NamesStackAndWideText) {
     EXPECT_TRUE(parser.OpenElementNames().empty());
 }
 
+// Names and short texts are converted once and shared between the elements
+// that repeat them; texts alike in their first and last bytes must still be
+// told apart, and a change to one element's copy must reach no other.
+TEST(XmlStrParser, RepeatedTextsAreSharedButStayApart) {
+    const std::string longName(40, 'n'), otherLong = std::string(20, 'n') + "X" + std::string(19, 'n');
+    const std::string value16 = "abcdefghXjklmnop", other16 = "abcdefghYjklmnop";
+    const std::string wide = std::string(70, 'w') + "\xF0\x9F\x98\x80\xC3\xA9";  // past the short path
+    std::string doc = "<l>";
+    for (int round = 0; round < 2; ++round) {
+        doc += "<r v='" + value16 + "' w='" + wide + "'><" + longName + ">1</" + longName + "><" + otherLong +
+               ">1</" + otherLong + "></r>";
+        doc += "<r v='" + other16 + "' w='\xC3\xA9'><" + longName + ">" + value16 + "</" + longName + "></r>";
+    }
+    doc += "</l>";
+    zel::XmlTreeParser parser;
+    ASSERT_TRUE(parser.ParseMemory(doc.data(), doc.size()));
+    const auto& records = parser.Root()->Children();
+    ASSERT_EQ(records.size(), 4u);
+    for (int round = 0; round < 2; ++round) {
+        SCOPED_TRACE(round);
+        const auto& first = records[2 * round];
+        const auto& second = records[2 * round + 1];
+        EXPECT_EQ(U(first->GetString(W("v"))), value16);
+        EXPECT_EQ(U(first->GetString(W("w"))), wide);
+        EXPECT_EQ(U(second->GetString(W("v"))), other16);
+        EXPECT_EQ(U(second->GetString(W("w"))), "\xC3\xA9");
+        ASSERT_EQ(first->Children().size(), 2u);
+        EXPECT_EQ(U(first->Children()[0]->Name()), longName);
+        EXPECT_EQ(U(first->Children()[1]->Name()), otherLong);
+        EXPECT_EQ(U(second->Children()[0]->Text()), value16);
+    }
+    records[0]->Children()[0]->AppendText(W("2"));
+    records[0]->SetAttribute(W("v"), W("changed"));
+    EXPECT_EQ(U(records[0]->Children()[0]->Text()), "12");
+    EXPECT_EQ(U(records[0]->Children()[1]->Text()), "1");
+    EXPECT_EQ(U(records[2]->Children()[0]->Text()), "1");
+    EXPECT_EQ(U(records[2]->GetString(W("v"))), value16);
+    ASSERT_TRUE(parser.ParseMemory(doc.data(), doc.size()));
+    EXPECT_EQ(U(parser.Root()->Children()[0]->Children()[0]->Text()), "1");
+}
+
+// Attributes come out in code-unit order and findable, however many there
+// are and in whatever order the document gives them.
+TEST(XmlStrParser, AttributesAreSortedWhateverTheirNumber) {
+    for (int count : {2, 3, 33, 300}) {
+        SCOPED_TRACE(count);
+        std::string doc = "<e";
+        for (int i = count; i > 0; --i) doc += " a" + std::to_string(i) + "='" + std::to_string(i) + "'";
+        doc += "/>";
+        zel::XmlTreeParser parser;
+        ASSERT_TRUE(parser.ParseMemory(doc.data(), doc.size()));
+        const zel::XmlAttributes& attributes = parser.Root()->Attributes();
+        ASSERT_EQ(attributes.size(), static_cast<std::size_t>(count));
+        for (auto at = attributes.begin(); at + 1 != attributes.end(); ++at) {
+            EXPECT_LT(at->first.Compare(at[1].first), 0);
+        }
+        for (int i = 1; i <= count; ++i) EXPECT_EQ(parser.Root()->GetInt(W(("a" + std::to_string(i)).c_str())), i);
+        EXPECT_EQ(attributes.count(W("a0")), 0u);
+    }
+}
+
 TEST(XmlStrParser, ExternalEntitiesAreNeverRead) {
     // The file named by the entity exists; its content must not appear.
     const std::string doc =

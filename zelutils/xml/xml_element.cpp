@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
+#include <new>
 #include <string>
 
 namespace zel {
@@ -64,8 +66,13 @@ SYSTEMTIME ToDate(const CZelStringW& text) {
 }
 
 const CZelStringW* Find(const XmlElement& element, const CZelStringW& name) {
-    auto found = element.Attributes().find(name);
-    return found == element.Attributes().end() ? nullptr : &found->second;
+    const XmlAttributes& attributes = element.Attributes();
+    auto found = attributes.find(name);
+    return found == attributes.end() ? nullptr : &found->second;
+}
+
+bool NameBefore(const XmlAttributes::value_type& pair, const CZelStringW& name) {
+    return XmlNameLess()(pair.first, name);
 }
 
 // The three shapes over one conversion.
@@ -120,16 +127,116 @@ int ScanXmlDateTime(const CZelStringW& text, XmlTimeFields fields, SYSTEMTIME& t
     return 0;
 }
 
+XmlAttributes::XmlAttributes(const XmlAttributes& other) {
+    Reserve(other.size());
+    for (const value_type& pair : other) Append(pair.first, pair.second);
+}
+
+XmlAttributes& XmlAttributes::operator=(const XmlAttributes& other) {
+    if (this != &other) {
+        XmlAttributes copy(other);
+        *this = std::move(copy);
+    }
+    return *this;
+}
+
+XmlAttributes& XmlAttributes::operator=(XmlAttributes&& other) noexcept {
+    if (this != &other) {
+        FreeBlock();
+        block_ = other.block_;
+        other.block_ = nullptr;
+    }
+    return *this;
+}
+
+XmlAttributes::~XmlAttributes() { FreeBlock(); }
+
+void XmlAttributes::FreeBlock() noexcept {
+    if (block_ == nullptr) return;
+    clear();
+    ::operator delete(block_);
+    block_ = nullptr;
+}
+
+void XmlAttributes::clear() noexcept {
+    if (block_ == nullptr) return;
+    value_type* pairs = Pairs();
+    for (std::uint32_t at = 0; at < block_->size; ++at) pairs[at].~value_type();
+    block_->size = 0;
+}
+
+// Moves the pairs into a block of room for capacity of them (never fewer
+// than there are).
+void XmlAttributes::Reserve(std::size_t capacity) {
+    capacity = std::max(capacity, size());
+    if (capacity == 0 || (block_ != nullptr && capacity == block_->capacity)) return;
+    if (capacity > (SIZE_MAX - sizeof(Block)) / sizeof(value_type) || capacity > UINT32_MAX) {
+        throw std::bad_alloc();
+    }
+    auto* block = static_cast<Block*>(::operator new(sizeof(Block) + capacity * sizeof(value_type)));
+    block->size = static_cast<std::uint32_t>(size());
+    block->capacity = static_cast<std::uint32_t>(capacity);
+    auto* pairs = reinterpret_cast<value_type*>(block + 1);
+    value_type* old = Pairs();
+    for (std::uint32_t at = 0; at < block->size; ++at) {
+        new (&pairs[at]) value_type(std::move(old[at]));
+        old[at].~value_type();
+    }
+    if (block_ != nullptr) ::operator delete(block_);
+    block_ = block;
+}
+
+// Adds a pair at the end, whatever its name: callers restore the order.
+void XmlAttributes::Append(CZelStringW name, CZelStringW value) {
+    if (size() == (block_ == nullptr ? 0 : block_->capacity)) Reserve(std::max<std::size_t>(4, 2 * size()));
+    new (&Pairs()[block_->size]) value_type(std::move(name), std::move(value));
+    ++block_->size;
+}
+
+// Elements have a few attributes, often already in order: an insertion sort
+// by swaps (which only exchange buffer pointers) beats the general sort up
+// to a few dozen, and a large set goes to std::sort.
+void XmlAttributes::SortByName() {
+    value_type* pairs = Pairs();
+    std::size_t count = size();
+    auto before = [](const value_type& left, const value_type& right) {
+        return XmlNameLess()(left.first, right.first);
+    };
+    if (count > 32) {
+        std::sort(pairs, pairs + count, before);
+        return;
+    }
+    for (std::size_t at = 1; at < count; ++at) {
+        for (std::size_t to = at; to > 0 && before(pairs[to], pairs[to - 1]); --to) std::swap(pairs[to], pairs[to - 1]);
+    }
+}
+
+XmlAttributes::const_iterator XmlAttributes::find(const CZelStringW& name) const {
+    const_iterator found = std::lower_bound(begin(), end(), name, NameBefore);
+    return found != end() && found->first == name ? found : end();
+}
+
+void XmlAttributes::Set(const CZelStringW& name, const CZelStringW& value) {
+    std::size_t at = static_cast<std::size_t>(std::lower_bound(begin(), end(), name, NameBefore) - begin());
+    if (at < size() && Pairs()[at].first == name) {
+        Pairs()[at].second = value;
+        return;
+    }
+    Append(name, value);
+    std::rotate(Pairs() + at, Pairs() + size() - 1, Pairs() + size());
+}
+
 XmlElement::XmlElement(const CZelStringW& name) : name_(name) {}
 
 XmlElement::~XmlElement() {
+    if (children_.empty()) return;
     // Children owned by this node alone are taken apart here, one level at a
     // time, instead of by their own destructors recursing into theirs.
     std::vector<XmlElementPtr> pending = std::move(children_);
     while (!pending.empty()) {
         XmlElementPtr node = std::move(pending.back());
         pending.pop_back();
-        if (node.use_count() == 1) {
+        if (node.use_count() == 1 && !node->children_.empty()) {
             for (auto& child : node->children_) pending.push_back(std::move(child));
             node->children_.clear();
         }
@@ -155,6 +262,11 @@ void XmlElement::AppendText(const CZelStringW& text) {
     } else {
         AppendText(text.GetString(), text.GetLength());
     }
+}
+
+void XmlElement::AppendChildren(XmlElementPtr* first, XmlElementPtr* last) {
+    children_.reserve(children_.size() + static_cast<std::size_t>(last - first));
+    for (; first != last; ++first) children_.push_back(std::move(*first));
 }
 
 bool XmlElement::FindChild(const CZelStringW& name, XmlElementPtr& child) const {

@@ -22,9 +22,11 @@
 #include "zelutils/zel_api.h"
 #include "zelutils/zelsys/zel_time.h"
 
-#include <map>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 namespace zel {
@@ -45,8 +47,66 @@ struct XmlNameLess {
     }
 };
 
-/// Attribute names to values, ordered by XmlNameLess.
-using XmlAttributes = std::map<zel_text::CZelStringW, zel_text::CZelStringW, XmlNameLess>;
+/// An element's attributes: names and values ordered by XmlNameLess, names
+/// unique. They live in one flat block (elements carry few attributes, and a
+/// search of a few sorted names is quicker than a tree walk); the set itself
+/// is one pointer, empty without a block.
+class ZEL_API XmlAttributes {
+public:
+    /// A name and its value.
+    using value_type = std::pair<zel_text::CZelStringW, zel_text::CZelStringW>;
+    /// Walks the attributes in name order; names cannot be changed through it.
+    using const_iterator = const value_type*;
+
+    /// No attributes.
+    XmlAttributes() noexcept = default;
+    /// A copy of other, in a block of exactly its size.
+    XmlAttributes(const XmlAttributes& other);
+    /// Takes other's attributes and leaves other empty.
+    XmlAttributes(XmlAttributes&& other) noexcept : block_(other.block_) { other.block_ = nullptr; }
+    /// Replaces the attributes by a copy of other's.
+    XmlAttributes& operator=(const XmlAttributes& other);
+    /// Replaces the attributes by other's and leaves other empty.
+    XmlAttributes& operator=(XmlAttributes&& other) noexcept;
+    /// Releases the attributes and their block.
+    ~XmlAttributes();
+
+    /// The first attribute (in name order).
+    const_iterator begin() const noexcept { return Pairs(); }
+    /// Past the last attribute.
+    const_iterator end() const noexcept { return Pairs() + size(); }
+    /// How many attributes there are.
+    std::size_t size() const noexcept { return block_ == nullptr ? 0 : block_->size; }
+    /// True when there are none.
+    bool empty() const noexcept { return size() == 0; }
+    /// The attribute named name, or end() when there is none.
+    const_iterator find(const zel_text::CZelStringW& name) const;
+    /// 1 when an attribute is named name, else 0.
+    std::size_t count(const zel_text::CZelStringW& name) const { return find(name) == end() ? 0 : 1; }
+    /// Sets the value of attribute name, adding the attribute in its place
+    /// when it is missing.
+    void Set(const zel_text::CZelStringW& name, const zel_text::CZelStringW& value);
+    /// Removes every attribute; the block stays for the next ones.
+    void clear() noexcept;
+
+private:
+    friend class XmlExpatStrParser;
+
+    // The block's header; the pairs follow it.
+    struct Block {
+        std::uint32_t size;
+        std::uint32_t capacity;
+    };
+    value_type* Pairs() const noexcept {
+        return block_ == nullptr ? nullptr : reinterpret_cast<value_type*>(block_ + 1);
+    }
+    void Reserve(std::size_t capacity);
+    void FreeBlock() noexcept;
+    void Append(zel_text::CZelStringW name, zel_text::CZelStringW value);
+    void SortByName();
+
+    Block* block_ = nullptr;
+};
 
 class XmlElement;
 /// A shared pointer to an element, the way elements are always held.
@@ -86,7 +146,7 @@ public:
     void SetAttributes(XmlAttributes&& attributes) { attributes_ = std::move(attributes); }
     /// Sets one attribute, replacing the value of an existing name.
     void SetAttribute(const zel_text::CZelStringW& name, const zel_text::CZelStringW& value) {
-        attributes_[name] = value;
+        attributes_.Set(name, value);
     }
     /// Appends count units to the text (growing geometrically, so text
     /// delivered in many pieces costs linear time).
@@ -95,6 +155,9 @@ public:
     void AppendText(const zel_text::CZelStringW& text);
     /// Appends child at the end of the children.
     void AppendChild(XmlElementPtr child) { children_.push_back(std::move(child)); }
+    /// Moves the children of [first, last) to the end of the children, with
+    /// one allocation for all of them; the range is left holding nulls.
+    void AppendChildren(XmlElementPtr* first, XmlElementPtr* last);
 
     /// The first child named name, in document order, and true; false when
     /// there is none. An empty name never matches.

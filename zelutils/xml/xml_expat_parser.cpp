@@ -7,7 +7,9 @@
 
 #include <expat.h>
 
+#include <algorithm>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 #include <new>
 
@@ -28,23 +30,55 @@ void Report(CZelStringW* error, const CZelStringW& message) {
     if (error != nullptr) *error = message;
 }
 
-// UTF-8 from Expat (always well formed) as UTF-16; ASCII is copied directly.
+// UTF-8 from Expat (always well formed) as UTF-16, in a buffer of exactly
+// its length. Short texts, the usual ones, are converted on the stack (ASCII
+// widened directly) and copied once.
 CZelStringW FromUtf8(const char* text, int length) {
+    constexpr int kShort = 64;
+    if (length <= kShort) {
+        WCHAR units[kShort];
+        bool ascii = true;
+        for (int at = 0; at < length; ++at) {
+            auto byte = static_cast<unsigned char>(text[at]);
+            ascii &= byte < 0x80;
+            units[at] = byte;
+        }
+        int count = ascii ? length : zel_text::ConvertNarrowToWide(units, kShort, text, length, CP_UTF8);
+        return CZelStringW(units, count);
+    }
     CZelStringW wide;
-    if (length < 1) return wide;
-    WCHAR* target = wide.GetBuffer(length);
-    int units = 0;
-    while (units < length && static_cast<unsigned char>(text[units]) < 0x80) {
-        target[units] = static_cast<WCHAR>(text[units]);
-        ++units;
-    }
-    if (units < length) {
-        units += zel_text::ConvertNarrowToWide(target + units, length - units, text + units, length - units,
-                                               CP_UTF8);
-    }
-    wide.ReleaseBuffer(units);
+    int count = zel_text::MeasureNarrowToWide(text, length, CP_UTF8);
+    count = zel_text::ConvertNarrowToWide(wide.GetBuffer(count), count, text, length, CP_UTF8);
+    wide.ReleaseBuffer(count);
     return wide;
 }
+
+// The first and last eight bytes of a text (fewer for a shorter one): with
+// its length they are the whole text up to 16 bytes, and the hash of any.
+struct TextKey {
+    std::uint64_t head = 0;
+    std::uint64_t tail = 0;
+
+    TextKey(const char* text, std::size_t length) {
+        if (length >= 8) {
+            std::memcpy(&head, text, 8);
+            std::memcpy(&tail, text + length - 8, 8);
+        } else if (length >= 4) {
+            std::uint32_t first, last;
+            std::memcpy(&first, text, 4);
+            std::memcpy(&last, text + length - 4, 4);
+            head = first;
+            tail = last;
+        } else if (length > 0) {
+            head = static_cast<unsigned char>(text[0]) | static_cast<unsigned char>(text[length / 2]) << 8 |
+                   static_cast<unsigned char>(text[length - 1]) << 16;
+        }
+    }
+    std::size_t Hash(std::size_t length) const {
+        std::uint64_t hash = (head * 0x9E3779B97F4A7C15u) ^ (tail * 0xC2B2AE3D27D4EB4Fu) ^ length;
+        return static_cast<std::size_t>(hash ^ (hash >> 29));
+    }
+};
 
 // Closes a platform file handle on every path.
 class FileGuard {
@@ -193,39 +227,59 @@ XmlExpatStrParser::~XmlExpatStrParser() = default;
 void XmlExpatStrParser::CreateOrReset(const char* encoding) {
     XmlExpatParser::CreateOrReset(encoding);
     names_.clear();
+    if (nameCache_.empty()) {
+        nameCache_.resize(kNameSlots);
+        valueCache_.resize(kValueSlots);
+    }
 }
 
-// Element and attribute names repeat: a small table keyed by a hash of the
-// UTF-8 name keeps them converted, so a repeated name shares its buffer
-// instead of being converted again.
-const CZelStringW& XmlExpatStrParser::Intern(const char* name) {
-    constexpr std::size_t kSlots = 64;
-    if (interned_.empty()) interned_.resize(kSlots);
-    std::size_t hash = 2166136261u, length = 0;
-    for (; name[length] != 0; ++length) hash = (hash ^ static_cast<unsigned char>(name[length])) * 16777619u;
-    InternedName& slot = interned_[hash % kSlots];
-    if (slot.utf8.size() != length || std::memcmp(slot.utf8.data(), name, length) != 0) {
-        slot.utf8.assign(name, length);
-        slot.wide = FromUtf8(name, static_cast<int>(length));
+// Names repeat, and so do many short values and texts (codes, flags,
+// numbers, the line breaks between elements): direct-mapped tables keyed by a
+// hash of the UTF-8 bytes keep them converted, so a repeat shares the buffer
+// of the last conversion instead of converting and allocating again.
+const CZelStringW& XmlExpatStrParser::Cached(std::vector<CachedText>& table, const char* text, std::size_t length) {
+    TextKey key(text, length);
+    CachedText& slot = table[key.Hash(length) & (table.size() - 1)];
+    bool same = slot.length == length && slot.head == key.head && slot.tail == key.tail &&
+                (length <= 16 || std::memcmp(slot.longer.data(), text, length) == 0);
+    if (!same) {
+        slot.wide = FromUtf8(text, static_cast<int>(length));
+        slot.head = key.head;
+        slot.tail = key.tail;
+        slot.length = length;
+        if (length > 16) slot.longer.assign(text, length);
     }
     return slot.wide;
 }
 
+const CZelStringW& XmlExpatStrParser::Intern(const char* name) { return Cached(nameCache_, name, std::strlen(name)); }
+
+CZelStringW XmlExpatStrParser::Share(const char* text, std::size_t length) {
+    if (length <= kCachedValueBytes) return Cached(valueCache_, text, length);
+    return FromUtf8(text, static_cast<int>(length));
+}
+
 void XmlExpatStrParser::OnRawStartElement(const char* name, const char** attributes) {
-    attributes_.clear();
     std::size_t count = 0;
+    while (attributes[2 * count] != nullptr) ++count;
+    if (count > kMaxAttributes) {
+        Abort("too many attributes");
+        return;
+    }
+    XmlAttributes converted;
+    converted.Reserve(count);
     for (const char** pair = attributes; *pair != nullptr; pair += 2) {
         std::size_t valueBytes = std::strlen(pair[1]);
-        if (++count > kMaxAttributes || valueBytes > kMaxAttributeBytes) {
-            attributes_.clear();
-            Abort(count > kMaxAttributes ? "too many attributes" : "attribute value too long");
+        if (valueBytes > kMaxAttributeBytes) {
+            Abort("attribute value too long");
             return;
         }
-        attributes_.emplace_hint(attributes_.end(), Intern(pair[0]),
-                                 FromUtf8(pair[1], static_cast<int>(valueBytes)));
+        converted.Append(Intern(pair[0]), Share(pair[1], valueBytes));
     }
+    // Expat gives the attributes in document order and has refused duplicates.
+    converted.SortByName();
     names_.push_back(Intern(name));
-    OnStartElement(names_.back(), attributes_);
+    OnStartElement(names_.back(), converted);
 }
 
 void XmlExpatStrParser::OnRawEndElement(const char* name) {
@@ -239,7 +293,7 @@ void XmlExpatStrParser::OnRawEndElement(const char* name) {
 }
 
 void XmlExpatStrParser::OnRawCharacterData(const char* text, int length) {
-    OnCharacterData(FromUtf8(text, length));
+    OnCharacterData(Share(text, static_cast<std::size_t>(length)));
 }
 
 void XmlExpatStrParser::OnStartElement(const CZelStringW&, XmlAttributes&) {}
@@ -253,39 +307,46 @@ XmlExpatHybridParser::~XmlExpatHybridParser() = default;
 void XmlExpatHybridParser::CreateOrReset(const char* encoding) {
     XmlExpatStrParser::CreateOrReset(encoding);
     stack_.clear();
+    completed_.clear();
     hookDepth_ = 0;
 }
 
 void XmlExpatHybridParser::OnStartElement(const CZelStringW& name, XmlAttributes& attributes) {
     auto element = std::make_shared<XmlElement>(name);
     element->SetAttributes(std::move(attributes));
-    stack_.push_back(std::move(element));
+    stack_.push_back(OpenElement{std::move(element), completed_.size(), false});
     if (IsHooked(name)) {
+        stack_.back().hooked = true;
         ++hookDepth_;
     } else if (hookDepth_ < 1) {
         OnOuterStart(name);
     }
 }
 
-void XmlExpatHybridParser::OnEndElement(const CZelStringW& name) {
+// Whether an element is registered is decided once, at its start tag, so the
+// hook depth stays balanced whatever a handler registers meanwhile.
+void XmlExpatHybridParser::OnEndElement(const CZelStringW&) {
     if (stack_.empty()) return;
-    XmlElementPtr element = std::move(stack_.back());
+    OpenElement open = std::move(stack_.back());
     stack_.pop_back();
+    if (completed_.size() > open.firstChild) {
+        open.element->AppendChildren(completed_.data() + open.firstChild, completed_.data() + completed_.size());
+        completed_.resize(open.firstChild);
+    }
     if (hookDepth_ >= 1) {
-        bool hooked = IsHooked(name);
-        if (hooked && hookDepth_ == 1) {
-            OnSubtree(element);
+        if (open.hooked && hookDepth_ == 1) {
+            OnSubtree(open.element);
         } else if (!stack_.empty()) {
-            stack_.back()->AppendChild(element);
+            completed_.push_back(std::move(open.element));
         }
-        if (hooked) --hookDepth_;
+        if (open.hooked) --hookDepth_;
         return;
     }
-    OnOuterEnd(element);
+    OnOuterEnd(open.element);
 }
 
 void XmlExpatHybridParser::OnCharacterData(const CZelStringW& text) {
-    if (!stack_.empty()) stack_.back()->AppendText(text);
+    if (!stack_.empty()) stack_.back().element->AppendText(text);
 }
 
 bool XmlExpatHybridParser::IsHooked(const CZelStringW& name) const { return hooks_.count(name) != 0; }

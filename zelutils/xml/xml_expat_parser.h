@@ -23,6 +23,7 @@
 #include "zelutils/zel_api.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <map>
@@ -125,9 +126,8 @@ public:
     void OnRawEndElement(const char* name) override;
     /// Converts, then calls OnCharacterData.
     void OnRawCharacterData(const char* text, int length) override;
-    /// An element starts; does nothing here. attributes is the parser's
-    /// scratch map, filled afresh for each element: an override may move its
-    /// content away instead of copying it.
+    /// An element starts; does nothing here. attributes are made for this
+    /// element alone: an override may take them over instead of copying them.
     virtual void OnStartElement(const zel_text::CZelStringW& name, XmlAttributes& attributes);
     /// An element ends; does nothing here.
     virtual void OnEndElement(const zel_text::CZelStringW& name);
@@ -138,15 +138,26 @@ public:
     const std::vector<zel_text::CZelStringW>& OpenElementNames() const { return names_; }
 
 private:
-    const zel_text::CZelStringW& Intern(const char* name);
-
-    struct InternedName {
-        std::string utf8;
+    // A converted text and its UTF-8 bytes: the first and last eight (all
+    // of them up to 16 bytes) and, for a longer text, all of them.
+    struct CachedText {
+        std::uint64_t head = 0;
+        std::uint64_t tail = 0;
+        std::size_t length = SIZE_MAX;
+        std::string longer;
         zel_text::CZelStringW wide;
     };
+    static constexpr std::size_t kNameSlots = 64;  // powers of two
+    static constexpr std::size_t kValueSlots = 256;
+    static constexpr std::size_t kCachedValueBytes = 16;
+
+    const zel_text::CZelStringW& Cached(std::vector<CachedText>& table, const char* text, std::size_t length);
+    const zel_text::CZelStringW& Intern(const char* name);
+    zel_text::CZelStringW Share(const char* text, std::size_t length);
+
     std::vector<zel_text::CZelStringW> names_;
-    std::vector<InternedName> interned_;
-    XmlAttributes attributes_;
+    std::vector<CachedText> nameCache_;
+    std::vector<CachedText> valueCache_;
 };
 
 class XmlExpatHybridParser;
@@ -176,7 +187,8 @@ public:
     void OnStartElement(const zel_text::CZelStringW& name, XmlAttributes& attributes) override;
     /// Completes the element: the outermost registered one goes to its
     /// handler, others inside a hooked subtree to their parent's children,
-    /// and those outside to OnOuterEnd (without children).
+    /// and those outside to OnOuterEnd (without children). An element counts
+    /// as registered when its name was at its start tag.
     void OnEndElement(const zel_text::CZelStringW& name) override;
     /// Appends the text, untrimmed, to the innermost open element.
     void OnCharacterData(const zel_text::CZelStringW& text) override;
@@ -199,7 +211,16 @@ public:
     int HookDepth() const { return hookDepth_; }
 
 private:
-    std::vector<XmlElementPtr> stack_;
+    struct OpenElement {
+        XmlElementPtr element;
+        std::size_t firstChild;  // where its completed children start in completed_
+        bool hooked;             // its name was registered at its start tag
+    };
+    std::vector<OpenElement> stack_;
+    // The completed children of the open elements inside hooked subtrees,
+    // innermost last; each element takes its own at its end tag, in one
+    // allocation.
+    std::vector<XmlElementPtr> completed_;
     std::map<zel_text::CZelStringW, Handler, XmlNameLess> hooks_;
     int hookDepth_ = 0;
 };
