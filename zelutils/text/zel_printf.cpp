@@ -188,13 +188,18 @@ public:
         ++length_;
     }
 
+    // The stores go through a local pointer: with char text, a store through
+    // buffer_ could alias the sink's own fields and force them to be reread.
     void Put(const T* text, size_t n) {
         size_t stored = n < Room() ? n : Room();
-        // The runs between conversions are mostly a few characters long.
-        if (stored <= 8) {
-            for (size_t i = 0; i < stored; ++i) buffer_[length_ + i] = text[i];
-        } else {
-            std::memcpy(buffer_ + length_, text, stored * sizeof(T));
+        if (stored != 0) {
+            T* to = buffer_ + length_;
+            // The runs between conversions are mostly a few characters long.
+            if (stored <= 8) {
+                for (size_t i = 0; i < stored; ++i) to[i] = text[i];
+            } else {
+                std::memcpy(to, text, stored * sizeof(T));
+            }
         }
         length_ += n;
     }
@@ -205,8 +210,9 @@ public:
             Put(text, n);
         } else {
             size_t stored = n < Room() ? n : Room();
-            for (size_t i = 0; i < stored; ++i) {
-                buffer_[length_ + i] = static_cast<T>(static_cast<unsigned char>(text[i]));
+            if (stored != 0) {
+                T* to = buffer_ + length_;
+                for (size_t i = 0; i < stored; ++i) to[i] = static_cast<T>(static_cast<unsigned char>(text[i]));
             }
             length_ += n;
         }
@@ -214,7 +220,10 @@ public:
 
     void Fill(T c, size_t n) {
         size_t stored = n < Room() ? n : Room();
-        for (size_t i = 0; i < stored; ++i) buffer_[length_ + i] = c;
+        if (stored != 0) {
+            T* to = buffer_ + length_;
+            for (size_t i = 0; i < stored; ++i) to[i] = c;
+        }
         length_ += n;
     }
 
@@ -255,9 +264,24 @@ struct FormatSpec {
     char conversion = 0;
 };
 
+// The conversions that make a whole specification alone, as bits from 'A'.
+constexpr std::uint64_t kBareConversions = [] {
+    std::uint64_t bits = 0;
+    for (char c : {'d', 'i', 'u', 'o', 'x', 'X', 'c', 'C', 's', 'S', 'p', 'e', 'E', 'f', 'F', 'g', 'G', 'a', 'A'}) {
+        bits |= 1ull << (c - 'A');
+    }
+    return bits;
+}();
+
 // Parses the conversion specification behind a '%', taking '*' values from args.
 template <typename T>
 bool ParseFormatSpec(const T*& p, ArgList& args, FormatSpec& spec) {
+    // Most specifications are a conversion letter alone.
+    auto offset = static_cast<std::make_unsigned_t<T>>(*p - 'A');
+    if (offset < 64 && ((kBareConversions >> offset) & 1) != 0) {
+        spec.conversion = static_cast<char>(*p++);
+        return true;
+    }
     for (;; ++p) {
         switch (*p) {
             case '-': spec.left = true; continue;
@@ -295,7 +319,8 @@ bool ParseFormatSpec(const T*& p, ArgList& args, FormatSpec& spec) {
     spec.conversion = AsciiOf(*p);
     if (spec.conversion == 0) return false;
     ++p;
-    return SizeFits(spec.conversion, spec.size);
+    // Every conversion takes no size.
+    return spec.size == Size::kNone || SizeFits(spec.conversion, spec.size);
 }
 
 // The integer argument as 64 bits: signed values sign-extended.
