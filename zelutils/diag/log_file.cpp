@@ -545,7 +545,8 @@ void LogFile::printf(DWORD level, const char* format, va_list args) {
     // Formats straight into the buffer, behind the room for the prefix.
     char* text = ReserveText(0);
     std::size_t room = buffer_.size() - bufferUsed_ - kPrefixLength - kLineTail;
-    long long length = FormatLine(text, room, format, args, [this](std::size_t capacity) { return ReserveText(capacity); });
+    long long length =
+        FormatLine(text, room, format, args, [this](std::size_t capacity) { return ReserveText(capacity); });
     EndNarrowLine(level, ReserveText(0), static_cast<int>(std::min<long long>(length, kLogLineCap)),
                   length > kLogLineCap);
 }
