@@ -399,19 +399,21 @@ void LogFile::EndLine(DWORD level, std::size_t textBytes, bool cut, const WCHAR*
     *end++ = '\n';
     const std::size_t lineBytes = static_cast<std::size_t>(end - line);
 
+    if ((level & kLogLevelDebuggerBit) == 0 || !zel_platform::DebugOutputWanted()) {
+        CommitLine(lineBytes);
+        return;
+    }
     // The copy is made before the line can be flushed: a flush empties the
     // buffer, and the debugger's sink may log lines of its own.
-    zel_text::CZelStringW debugCopy;
-    if ((level & kLogLevelDebuggerBit) != 0 && zel_platform::DebugOutputWanted()) {
-        debugCopy = WideLine(line, kPrefixLength + textBytes, lineBytes, wideText, wideLength);
-    }
-    if (isOpen_) {
-        bufferUsed_ += lineBytes;
-        if (bufferUsed_ > kBufferLimit || static_cast<DWORD>(lastLineTick_ - previousLineTick_) > kPauseMs) {
-            flushBuffer();
-        }
-    }
-    if (!debugCopy.IsEmpty()) SendToDebugger(debugCopy.GetString(), debugCopy.GetLength());
+    zel_text::CZelStringW debugCopy = WideLine(line, kPrefixLength + textBytes, lineBytes, wideText, wideLength);
+    CommitLine(lineBytes);
+    SendToDebugger(debugCopy.GetString(), debugCopy.GetLength());
+}
+
+void LogFile::CommitLine(std::size_t lineBytes) {
+    if (!isOpen_) return;
+    bufferUsed_ += lineBytes;
+    if (bufferUsed_ > kBufferLimit || static_cast<DWORD>(lastLineTick_ - previousLineTick_) > kPauseMs) flushBuffer();
 }
 
 zel_text::CZelStringW LogFile::WideLine(const char* line, std::size_t textEnd, std::size_t lineEnd,

@@ -128,6 +128,9 @@ private:
     // copies it to the debugger output. wideText is the text as UTF-16, or
     // null when the text is ASCII.
     void EndLine(DWORD level, std::size_t textBytes, bool cut, const WCHAR* wideText, int wideLength);
+    // Counts the line of lineBytes just built into the buffer (when a file
+    // is open) and writes the buffer out past 1024 bytes or after a pause.
+    void CommitLine(std::size_t lineBytes);
     // Converts length UTF-16 units of text into the line and ends it.
     void EndWideLine(DWORD level, const WCHAR* text, int length, bool cut);
     // Converts length bytes of code-page-0 text into the line and ends it;

@@ -391,6 +391,13 @@ void PutInteger(Sink<T>& out, const FormatSpec& spec, std::uint64_t bits, bool i
     char buffer[24];
     char* end = buffer + sizeof buffer;
     char* first = end;
+    if (base == 10 && spec.width == 0 && spec.precision < 0 && !spec.plus && !spec.space) {
+        // The common %d, %i and %u: no padding, only a minus sign.
+        first = WriteDigits(magnitude, 10, false, end);
+        if (negative) *--first = '-';
+        out.PutAscii(first, static_cast<size_t>(end - first));
+        return;
+    }
     if (magnitude != 0 || spec.precision != 0) first = WriteDigits(magnitude, base, conversion == 'X', end);
     auto digits = static_cast<size_t>(end - first);
 
