@@ -192,15 +192,7 @@ public:
     // buffer_ could alias the sink's own fields and force them to be reread.
     void Put(const T* text, size_t n) {
         size_t stored = n < Room() ? n : Room();
-        if (stored != 0) {
-            T* to = buffer_ + length_;
-            // The runs between conversions are mostly a few characters long.
-            if (stored <= 8) {
-                for (size_t i = 0; i < stored; ++i) to[i] = text[i];
-            } else {
-                std::memcpy(to, text, stored * sizeof(T));
-            }
-        }
+        if (stored != 0) CopyBytes(buffer_ + length_, text, stored * sizeof(T));
         length_ += n;
     }
 
@@ -245,6 +237,24 @@ public:
     }
 
 private:
+    // The runs between conversions are mostly a few characters long: up to
+    // 16 bytes are copied as two overlapping words, without a call.
+    static void CopyBytes(void* to, const void* from, size_t n) {
+        auto* target = static_cast<unsigned char*>(to);
+        const auto* source = static_cast<const unsigned char*>(from);
+        if (n >= 8 && n <= 16) {
+            std::memcpy(target, source, 8);
+            std::memcpy(target + n - 8, source + n - 8, 8);
+        } else if (n >= 4 && n < 8) {
+            std::memcpy(target, source, 4);
+            std::memcpy(target + n - 4, source + n - 4, 4);
+        } else if (n < 4) {
+            for (size_t i = 0; i < n; ++i) target[i] = source[i];
+        } else {
+            std::memcpy(target, source, n);
+        }
+    }
+
     size_t Room() const { return length_ < capacity_ ? static_cast<size_t>(capacity_ - length_) : 0; }
 
     T* buffer_;
@@ -424,7 +434,7 @@ void PutInteger(Sink<T>& out, const FormatSpec& spec, std::uint64_t bits, bool i
         padding = 0;
     }
     if (!spec.left) out.Fill(' ', padding);
-    out.PutAscii(prefix, prefixLength);
+    for (size_t i = 0; i < prefixLength; ++i) out.Put(static_cast<T>(prefix[i]));
     out.Fill('0', zeros);
     out.PutAscii(first, digits);
     if (spec.left) out.Fill(' ', padding);
