@@ -16,6 +16,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <set>
@@ -218,6 +219,82 @@ TEST_F(LogTest, DebuggerCopiesComeInPiecesOf250) {
             Finish(ok, "pieces of 250, 250 and 128 with the NUL shown as '.'");
         },
         ::testing::ExitedWithCode(0), "");
+}
+
+TEST_F(LogTest, EachLineHasItsOwnMillisecondAndThread) {
+    EXPECT_EXIT(
+        {
+            zel_platform::SetTickSource(TestTicks);
+            UseFolder();
+            logPrintf("first");
+            // Ten lines 100 ms apart pass at least one change of second.
+            for (int i = 1; i <= 10; ++i) {
+                gTicks += 100;
+                logPrintf("line %d", i);
+            }
+            std::thread([] { logPrintf("other thread"); }).join();
+            logPrintf("back");
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
+    std::vector<std::string> lines = Lines(LogOfFirstRun().substr(3));
+    ASSERT_EQ(lines.size(), 15u);
+    auto millisecondOfDay = [](const std::string& line) {
+        unsigned hour = 0, minute = 0, second = 0, millisecond = 0;
+        EXPECT_EQ(std::sscanf(line.c_str(), "%2u:%2u:%2u.%3u", &hour, &minute, &second, &millisecond), 4) << line;
+        return static_cast<long>(((hour * 60 + minute) * 60 + second) * 1000 + millisecond);
+    };
+    for (std::size_t i = 2; i <= 11; ++i) {
+        EXPECT_EQ((millisecondOfDay(lines[i]) - millisecondOfDay(lines[i - 1]) + 86400000) % 86400000, 100)
+            << lines[i - 1] << " then " << lines[i];
+    }
+    auto threadOf = [](const std::string& line) { return line.substr(15, 8); };
+    EXPECT_NE(threadOf(lines[12]), threadOf(lines[11]));
+    EXPECT_EQ(threadOf(lines[13]), threadOf(lines[11]));
+}
+
+TEST_F(LogTest, NarrowLinesReadAsTheirCodePageSaysInTheFileAndTheDebuggerCopy) {
+    auto child = [this] {
+        std::vector<std::u16string> copies;
+        zel_platform::SetDebugOutputSink(
+            [&](LPCWSTR text) { copies.emplace_back(reinterpret_cast<const char16_t*>(text)); });
+        UseFolder();
+        const UINT ansi = GetACP();
+        const UINT oem = GetOEMCP();
+        // ASCII that code page 0 keeps or (UTF-7) does not, text beyond
+        // ASCII, a byte that is not UTF-8; each line logged twice, by
+        // logPrintf and by writeNarrow.
+        struct Case {
+            UINT codePage;
+            const char* text;
+        } const cases[] = {{ansi, "plain 1+-1"}, {ansi, "caf\xC3\xA9 \xFF"}, {1252, "caf\xE9 1+-1"},
+                           {65000, "1+-1 +AOk-"}, {1252, "1+-1"}};
+        std::vector<std::u16string> expected;
+        for (const Case& c : cases) {
+            // Cases whose code page this platform cannot set are left out.
+            if (c.codePage != GetACP() && !zel_platform::SetProcessCodePages(c.codePage, oem)) continue;
+            const int length = static_cast<int>(std::strlen(c.text));
+            std::u16string wide(static_cast<std::size_t>(length), u'\0');
+            wide.resize(static_cast<std::size_t>(MultiByteToWideChar(
+                CP_ACP, 0, c.text, length, reinterpret_cast<WCHAR*>(&wide[0]), length)));
+            expected.insert(expected.end(), 2, wide);
+            logPrintf("%s", c.text);
+            LogFile::instance().writeNarrow(kLogLevelNormal, c.text);
+        }
+        zel_platform::SetProcessCodePages(ansi, oem);
+        logFlush();
+        zel_platform::SetDebugOutputSink(nullptr);
+        std::vector<std::string> lines = Lines(ReadAll(zel_platform::FileSystemPath(logFilePath().GetString())));
+        bool ok = expected.size() >= 4 && lines.size() == expected.size() + 1 && copies.size() == lines.size();
+        for (std::size_t i = 0; ok && i < expected.size(); ++i) {
+            const std::u16string& wide = expected[i];
+            ok = Body(lines[i + 1]) ==
+                     zel_text::CZelStringUtf8(reinterpret_cast<const WCHAR*>(wide.c_str())).GetString() &&
+                 copies[i + 1].substr(26) == wide + u"\r\n";
+        }
+        Finish(ok, "each line as code page 0 converts its text");
+    };
+    EXPECT_EXIT(child(), ::testing::ExitedWithCode(0), "");
 }
 
 TEST_F(LogTest, ChecksAreOnDiskWhenTheCallReturns) {

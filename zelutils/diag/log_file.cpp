@@ -18,7 +18,7 @@
 namespace zel_core {
 namespace {
 
-constexpr int kPrefixLength = 26;  // "hh:mm:ss.mmm ; tttttttt ; "
+constexpr std::size_t kPrefixLength = 26;  // "hh:mm:ss.mmm ; tttttttt ; "
 constexpr std::size_t kBufferLimit = 1024;
 constexpr DWORD kPauseMs = 5000;
 constexpr int kDebuggerPiece = 250;
@@ -115,33 +115,92 @@ LogClock& TheClock() {
 
 // --- Line building helpers --------------------------------------------------
 
-WCHAR* PutTwoDigits(WCHAR* out, int value) {
-    out[0] = static_cast<WCHAR>(ZW('0') + value / 10 % 10);
-    out[1] = static_cast<WCHAR>(ZW('0') + value % 10);
+char* PutTwoDigits(char* out, int value) {
+    out[0] = static_cast<char>('0' + value / 10 % 10);
+    out[1] = static_cast<char>('0' + value % 10);
     return out + 2;
 }
 
-WCHAR* PutSeparator(WCHAR* out) {
-    out[0] = ZW(' ');
-    out[1] = ZW(';');
-    out[2] = ZW(' ');
-    return out + 3;
+// The prefix "hh:mm:ss.mmm ; tttttttt ; " of each line, in UTF-8. Its
+// second and thread parts are kept from line to line and rebuilt only when
+// they change; the milliseconds are written for every line. Used only under
+// the log's lock.
+class LinePrefix {
+public:
+    // Writes the prefix for time and threadId to out (kPrefixLength bytes).
+    void Put(char* out, const LogTime& time, DWORD threadId) {
+        int secondOfDay = (time.hour * 60 + time.minute) * 60 + time.second;
+        if (secondOfDay != secondOfDay_) {
+            secondOfDay_ = secondOfDay;
+            char* p = PutTwoDigits(text_, time.hour);
+            *p++ = ':';
+            p = PutTwoDigits(p, time.minute);
+            *p++ = ':';
+            PutTwoDigits(p, time.second);
+        }
+        if (!hasThread_ || threadId != threadId_) {
+            static const char kHex[] = "0123456789abcdef";
+            hasThread_ = true;
+            threadId_ = threadId;
+            char* p = text_ + 15;
+            for (int shift = 28; shift >= 0; shift -= 4) *p++ = kHex[(threadId >> shift) & 0xF];
+        }
+        text_[9] = static_cast<char>('0' + time.millisecond / 100);
+        PutTwoDigits(text_ + 10, time.millisecond % 100);
+        std::memcpy(out, text_, kPrefixLength);
+    }
+
+private:
+    char text_[kPrefixLength] = {'0', '0', ':', '0', '0', ':', '0', '0', '.', '0', '0', '0', ' ', ';', ' ',
+                                 '0', '0', '0', '0', '0', '0', '0', '0', ' ', ';', ' '};
+    int secondOfDay_ = -1;
+    bool hasThread_ = false;
+    DWORD threadId_ = 0;
+};
+
+LinePrefix& ThePrefix() {
+    static LinePrefix prefix;
+    return prefix;
 }
 
-// "%02d:%02d:%02d.%03d ; %08x ; " written by hand: it is on every line.
-void PutPrefix(WCHAR* out, const LogTime& time, DWORD threadId) {
-    static const char kHex[] = "0123456789abcdef";
-    out = PutTwoDigits(out, time.hour);
-    *out++ = ZW(':');
-    out = PutTwoDigits(out, time.minute);
-    *out++ = ZW(':');
-    out = PutTwoDigits(out, time.second);
-    *out++ = ZW('.');
-    *out++ = static_cast<WCHAR>(ZW('0') + time.millisecond / 100);
-    out = PutTwoDigits(out, time.millisecond % 100);
-    out = PutSeparator(out);
-    for (int shift = 28; shift >= 0; shift -= 4) *out++ = static_cast<WCHAR>(kHex[(threadId >> shift) & 0xF]);
-    PutSeparator(out);
+// True when every byte of text is ASCII.
+bool IsAscii(const char* text, std::size_t length) {
+    std::size_t i = 0;
+    for (; i + 8 <= length; i += 8) {
+        std::uint64_t word;
+        std::memcpy(&word, text + i, 8);
+        if ((word & 0x8080808080808080ull) != 0) return false;
+    }
+    unsigned char high = 0;
+    for (; i < length; ++i) high |= static_cast<unsigned char>(text[i]);
+    return high < 0x80;
+}
+
+// True when codePage reads every ASCII byte, alone, as the same character.
+// Its decoding then has no state (a byte that shifts into another character
+// set yields no character alone), so ASCII text in it is already UTF-8.
+bool KeepsAscii(UINT codePage) {
+    for (int byte = 0; byte < 0x80; ++byte) {
+        char narrow = static_cast<char>(byte);
+        WCHAR wide = 0;
+        if (MultiByteToWideChar(codePage, 0, &narrow, 1, &wide, 1) != 1 || wide != byte) return false;
+    }
+    return true;
+}
+
+// KeepsAscii for the process's code page 0, asked again only when that code
+// page changes. Used only under the log's lock.
+bool AnsiKeepsAscii() {
+    static UINT checked = 0;
+    static bool keeps = false;
+    static bool known = false;
+    UINT codePage = GetACP();
+    if (!known || codePage != checked) {
+        keeps = KeepsAscii(codePage);
+        checked = codePage;
+        known = true;
+    }
+    return keeps;
 }
 
 // --- The process's instance -----------------------------------------------
@@ -168,10 +227,10 @@ zel_text::CZelStringW ChooseLogFolder() {
 }
 
 // Ends a line whose text passed the cap.
-constexpr WCHAR kCutMarker[] = ZW(" [line cut]");
-constexpr int kCutMarkerLength = static_cast<int>(sizeof kCutMarker / sizeof kCutMarker[0]) - 1;
+constexpr char kCutMarker[] = " [line cut]";
+constexpr std::size_t kCutMarkerLength = sizeof kCutMarker - 1;
 // Room behind a line's text: the cut marker and CR LF.
-constexpr int kLineTail = kCutMarkerLength + 2;
+constexpr std::size_t kLineTail = kCutMarkerLength + 2;
 
 // The log the fork handlers serve; set once, when it is made.
 std::atomic<LogFile*> gForkLog{nullptr};
@@ -217,7 +276,7 @@ LogFile* LiveLog() {
 }
 }  // namespace
 
-LogFile::LogFile() : buffer_(64 * 1024), narrowScratch_(1024) {}
+LogFile::LogFile() : buffer_(64 * 1024), wideText_(1024) {}
 
 LogFile& LogFile::instance() {
     if (LogFile* log = LiveLog()) return *log;
@@ -323,37 +382,57 @@ void LogFile::WriteStartLine() {
     write(kLogLevelNormal, line.GetString(), line.GetLength());
 }
 
-int LogFile::BeginLine() {
-    previousLineTick_ = lastLineTick_;
-    lastLineTick_ = zel_platform::TickCount();
-    PutPrefix(lineText_.GetBuffer(kPrefixLength + 256), TheClock().Now(lastLineTick_), GetCurrentThreadId());
-    lineText_.ReleaseBuffer(kPrefixLength);
-    return kPrefixLength;
+char* LogFile::ReserveText(std::size_t bytes) {
+    std::size_t need = bufferUsed_ + kPrefixLength + bytes + kLineTail;
+    if (buffer_.size() < need) buffer_.resize(need);
+    return buffer_.data() + bufferUsed_ + kPrefixLength;
 }
 
-void LogFile::EndLine(DWORD level, int length, bool cut) {
-    WCHAR* line = lineText_.GetBuffer(length + kLineTail);
-    if (cut) {
-        std::copy(kCutMarker, kCutMarker + kCutMarkerLength, line + length);
-        length += kCutMarkerLength;
-    }
-    line[length++] = ZW('\r');
-    line[length++] = ZW('\n');
-    lineText_.ReleaseBuffer(length);
+void LogFile::EndLine(DWORD level, std::size_t textBytes, bool cut, const WCHAR* wideText, int wideLength) {
+    previousLineTick_ = lastLineTick_;
+    lastLineTick_ = zel_platform::TickCount();
+    char* line = buffer_.data() + bufferUsed_;
+    ThePrefix().Put(line, TheClock().Now(lastLineTick_), GetCurrentThreadId());
+    char* end = line + kPrefixLength + textBytes;
+    if (cut) end = std::copy(kCutMarker, kCutMarker + kCutMarkerLength, end);
+    *end++ = '\r';
+    *end++ = '\n';
+    const std::size_t lineBytes = static_cast<std::size_t>(end - line);
 
-    if (isOpen_) {
-        std::size_t room = static_cast<std::size_t>(length) * 3;
-        if (buffer_.size() < bufferUsed_ + room) buffer_.resize(bufferUsed_ + room);
-        int bytes = WideCharToMultiByte(CP_UTF8, 0, lineText_.GetString(), length,
-                                        buffer_.data() + bufferUsed_, static_cast<int>(room), nullptr, nullptr);
-        if (bytes > 0) bufferUsed_ += static_cast<std::size_t>(bytes);
-        if (bufferUsed_ > kBufferLimit || static_cast<DWORD>(lastLineTick_ - previousLineTick_) > kPauseMs) {
-            flushBuffer();
-        }
+    if ((level & kLogLevelDebuggerBit) == 0 || !zel_platform::DebugOutputWanted()) {
+        CommitLine(lineBytes);
+        return;
     }
-    if ((level & kLogLevelDebuggerBit) != 0 && zel_platform::DebugOutputWanted()) {
-        SendToDebugger(lineText_.GetString(), length);
-    }
+    // The copy is made before the line can be flushed: a flush empties the
+    // buffer, and the debugger's sink may log lines of its own.
+    zel_text::CZelStringW debugCopy = WideLine(line, kPrefixLength + textBytes, lineBytes, wideText, wideLength);
+    CommitLine(lineBytes);
+    SendToDebugger(debugCopy.GetString(), debugCopy.GetLength());
+}
+
+void LogFile::CommitLine(std::size_t lineBytes) {
+    if (!isOpen_) return;
+    bufferUsed_ += lineBytes;
+    if (bufferUsed_ > kBufferLimit || static_cast<DWORD>(lastLineTick_ - previousLineTick_) > kPauseMs) flushBuffer();
+}
+
+zel_text::CZelStringW LogFile::WideLine(const char* line, std::size_t textEnd, std::size_t lineEnd,
+                                        const WCHAR* wideText, int wideLength) {
+    // The prefix and the tail are ASCII; so is the text when it comes
+    // without its wide form.
+    auto widen = [](const char* from, const char* to, WCHAR* out) {
+        for (; from != to; ++from) *out++ = static_cast<unsigned char>(*from);
+        return out;
+    };
+    std::size_t textLength = wideText != nullptr ? static_cast<std::size_t>(wideLength) : textEnd - kPrefixLength;
+    int length = static_cast<int>(kPrefixLength + textLength + (lineEnd - textEnd));
+    zel_text::CZelStringW copy;
+    WCHAR* out = widen(line, line + kPrefixLength, copy.GetBuffer(length));
+    out = wideText != nullptr ? std::copy(wideText, wideText + wideLength, out)
+                              : widen(line + kPrefixLength, line + textEnd, out);
+    widen(line + textEnd, line + lineEnd, out);
+    copy.ReleaseBuffer(length);
+    return copy;
 }
 
 void LogFile::SendToDebugger(const WCHAR* line, int length) {
@@ -366,6 +445,29 @@ void LogFile::SendToDebugger(const WCHAR* line, int length) {
     }
 }
 
+void LogFile::EndWideLine(DWORD level, const WCHAR* text, int length, bool cut) {
+    // Three bytes of UTF-8 per UTF-16 unit at most.
+    std::size_t room = static_cast<std::size_t>(length) * 3;
+    char* out = ReserveText(room);
+    int bytes = length == 0 ? 0
+                            : WideCharToMultiByte(CP_UTF8, 0, text, length, out, static_cast<int>(room), nullptr,
+                                                  nullptr);
+    EndLine(level, static_cast<std::size_t>(std::max(bytes, 0)), cut, text, length);
+}
+
+void LogFile::EndNarrowLine(DWORD level, const char* text, int length, bool cut) {
+    if (AnsiKeepsAscii() && IsAscii(text, static_cast<std::size_t>(length))) {
+        char* out = ReserveText(static_cast<std::size_t>(length));
+        if (out != text) std::memcpy(out, text, static_cast<std::size_t>(length));
+        EndLine(level, static_cast<std::size_t>(length), cut, nullptr, 0);
+        return;
+    }
+    // Code page 0 gives at most a unit per byte.
+    if (wideText_.size() < static_cast<std::size_t>(length)) wideText_.resize(static_cast<std::size_t>(length));
+    int wideLength = length == 0 ? 0 : MultiByteToWideChar(CP_ACP, 0, text, length, wideText_.data(), length);
+    EndWideLine(level, wideText_.data(), std::max(wideLength, 0), cut);
+}
+
 void LogFile::write(DWORD level, const WCHAR* text, int length) {
     if ((levelMask_ & level) == 0) return;
     Lock lock(*this);
@@ -374,13 +476,8 @@ void LogFile::write(DWORD level, const WCHAR* text, int length) {
 
 void LogFile::WriteLocked(DWORD level, const WCHAR* text, long long length) {
     if (closed_) return;
-    int prefix = BeginLine();
-    bool cut = length > kLogLineCap;
     int kept = static_cast<int>(std::clamp<long long>(length, 0, kLogLineCap));
-    WCHAR* line = lineText_.GetBuffer(prefix + kept + kLineTail);
-    std::copy(text, text + kept, line + prefix);
-    lineText_.ReleaseBuffer(prefix + kept);
-    EndLine(level, prefix + kept, cut);
+    EndWideLine(level, text, kept, length > kLogLineCap);
 }
 
 void LogFile::writeLine(DWORD level, const WCHAR* text) {
@@ -390,22 +487,10 @@ void LogFile::writeLine(DWORD level, const WCHAR* text) {
 void LogFile::writeNarrow(DWORD level, const char* text) {
     if ((levelMask_ & level) == 0) return;
     Lock lock(*this);
-    WriteNarrowLine(level, text, zel_text::SafeStringLength(text));
-}
-
-void LogFile::WriteNarrowLine(DWORD level, const char* text, long long length) {
     if (closed_) return;
-    // Converted with code page 0 straight behind the prefix; a unit per byte
-    // is always room enough.
-    int prefix = BeginLine();
-    bool cut = length > kLogLineCap;
-    int kept = static_cast<int>(std::clamp<long long>(length, 0, kLogLineCap));
-    int wideLength = kept == 0 ? 0
-                               : MultiByteToWideChar(CP_ACP, 0, text, kept,
-                                                     lineText_.GetBuffer(prefix + kept + kLineTail) + prefix, kept);
-    wideLength = std::max(wideLength, 0);
-    lineText_.ReleaseBuffer(prefix + wideLength);
-    EndLine(level, prefix + wideLength, cut);
+    long long length = zel_text::SafeStringLength(text);
+    EndNarrowLine(level, text, static_cast<int>(std::clamp<long long>(length, 0, kLogLineCap)),
+                  length > kLogLineCap);
 }
 
 namespace {
@@ -417,64 +502,55 @@ long long FormattedLengthWithin(const T* buffer, int capacity) {
     const T* end = std::char_traits<T>::find(buffer, static_cast<std::size_t>(capacity), T());
     return end != nullptr ? end - buffer : capacity + 1LL;
 }
+
+// Formats into room characters at text; a text that does not fit is
+// measured, and formatted again into the room that grow(capacity) returns,
+// at most up to the cap. Returns the text's length, past the cap when it
+// was cut there.
+template <typename T, typename Grow>
+long long FormatLine(T* text, std::size_t room, const T* format, va_list args, Grow grow) {
+    va_list attempt;
+    va_copy(attempt, args);
+    long long length = zel_text::FormatBufferV(text, room, format, attempt);
+    va_end(attempt);
+    if (length >= 0) return length;
+    va_copy(attempt, args);
+    int measured = zel_text::FormattedLengthV(format, attempt);
+    va_end(attempt);
+    // -1 is a refused format or a text past INT_MAX: formatting it within
+    // the cap tells which.
+    int capacity = measured < 0 ? kLogLineCap : std::min(measured + 1, kLogLineCap);
+    text = grow(static_cast<std::size_t>(capacity));
+    va_copy(attempt, args);
+    length = zel_text::FormatBufferV(text, static_cast<std::size_t>(capacity), format, attempt);
+    va_end(attempt);
+    return length >= 0 ? length : FormattedLengthWithin(text, capacity);
+}
 }  // namespace
 
 void LogFile::printfW(DWORD level, const WCHAR* format, va_list args) {
     if ((levelMask_ & level) == 0) return;
     Lock lock(*this);
     if (closed_) return;
-    int prefix = BeginLine();
-    // Formats straight behind the prefix; a text that does not fit the room
-    // is measured and formatted again, at most up to the cap.
-    int room = lineText_.GetAllocLength() - prefix - kLineTail;
-    va_list attempt;
-    va_copy(attempt, args);
-    long long length = zel_text::FormatBufferV(lineText_.GetBuffer(prefix + room + kLineTail) + prefix,
-                                               static_cast<std::size_t>(room), format, attempt);
-    va_end(attempt);
-    if (length < 0) {
-        lineText_.ReleaseBuffer(prefix);
-        va_copy(attempt, args);
-        int measured = zel_text::FormattedLengthV(format, attempt);
-        va_end(attempt);
-        // -1 is a refused format or a text past INT_MAX: formatting it
-        // within the cap tells which.
-        int capacity = measured < 0 ? kLogLineCap : std::min(measured + 1, kLogLineCap);
-        WCHAR* text = lineText_.GetBuffer(prefix + capacity + kLineTail) + prefix;
-        va_copy(attempt, args);
-        length = zel_text::FormatBufferV(text, static_cast<std::size_t>(capacity), format, attempt);
-        va_end(attempt);
-        if (length < 0) length = FormattedLengthWithin(text, capacity);
-    }
-    bool cut = length > kLogLineCap;
-    int kept = static_cast<int>(std::min<long long>(length, kLogLineCap));
-    lineText_.ReleaseBuffer(prefix + kept);
-    EndLine(level, prefix + kept, cut);
+    long long length = FormatLine(wideText_.data(), wideText_.size(), format, args, [this](std::size_t capacity) {
+        if (wideText_.size() < capacity) wideText_.resize(capacity);
+        return wideText_.data();
+    });
+    EndWideLine(level, wideText_.data(), static_cast<int>(std::min<long long>(length, kLogLineCap)),
+                length > kLogLineCap);
 }
 
 void LogFile::printf(DWORD level, const char* format, va_list args) {
     if ((levelMask_ & level) == 0) return;
     Lock lock(*this);
-    // Formats into the scratch text; one that does not fit is measured and
-    // formatted again, at most up to the cap.
-    va_list attempt;
-    va_copy(attempt, args);
-    long long length = zel_text::FormatBufferV(narrowScratch_.data(), narrowScratch_.size(), format, attempt);
-    va_end(attempt);
-    if (length < 0) {
-        va_copy(attempt, args);
-        int measured = zel_text::FormattedLengthV(format, attempt);
-        va_end(attempt);
-        int capacity = measured < 0 ? kLogLineCap : std::min(measured + 1, kLogLineCap);
-        if (narrowScratch_.size() < static_cast<std::size_t>(capacity)) {
-            narrowScratch_.resize(static_cast<std::size_t>(capacity));
-        }
-        va_copy(attempt, args);
-        length = zel_text::FormatBufferV(narrowScratch_.data(), static_cast<std::size_t>(capacity), format, attempt);
-        va_end(attempt);
-        if (length < 0) length = FormattedLengthWithin(narrowScratch_.data(), capacity);
-    }
-    WriteNarrowLine(level, narrowScratch_.data(), length);
+    if (closed_) return;
+    // Formats straight into the buffer, behind the room for the prefix.
+    char* text = ReserveText(0);
+    std::size_t room = buffer_.size() - bufferUsed_ - kPrefixLength - kLineTail;
+    long long length =
+        FormatLine(text, room, format, args, [this](std::size_t capacity) { return ReserveText(capacity); });
+    EndNarrowLine(level, ReserveText(0), static_cast<int>(std::min<long long>(length, kLogLineCap)),
+                  length > kLogLineCap);
 }
 
 void LogFile::flushBuffer() {

@@ -113,21 +113,34 @@ private:
     void Unlock();
     // Writes the buffer and flushes the file; the lock is held.
     void FlushNow();
-    // Copies length characters of text behind the prefix, cut at the cap.
+    // Writes length characters of text as one line, cut at the cap.
     void WriteLocked(DWORD level, const WCHAR* text, long long length);
     // The fork handlers of the live log (see RegisterForkHandlers).
     static void LockBeforeFork();
     static void UnlockInParent();
     static void StartAfreshInChild();
-    // Builds the line prefix for now into lineText_ and returns its length.
-    int BeginLine();
-    // Appends the cut marker when cut, then "\r\n"; buffers the line and
-    // copies it to the debugger output.
-    void EndLine(DWORD level, int length, bool cut = false);
-    void SendToDebugger(const WCHAR* line, int length);
-    // Writes length bytes of code-page-0 text as one line, cut at the cap;
-    // the lock is held.
-    void WriteNarrowLine(DWORD level, const char* text, long long length);
+    // A line is built in the buffer behind the whole lines waiting there and
+    // counted only once it ends. Makes room for its prefix, bytes of text and
+    // its tail; returns where the text goes.
+    char* ReserveText(std::size_t bytes);
+    // Ends the line whose textBytes of UTF-8 stand at ReserveText: stamps its
+    // prefix, appends the cut marker when cut, then CR LF, buffers it and
+    // copies it to the debugger output. wideText is the text as UTF-16, or
+    // null when the text is ASCII.
+    void EndLine(DWORD level, std::size_t textBytes, bool cut, const WCHAR* wideText, int wideLength);
+    // Counts the line of lineBytes just built into the buffer (when a file
+    // is open) and writes the buffer out past 1024 bytes or after a pause.
+    void CommitLine(std::size_t lineBytes);
+    // Converts length UTF-16 units of text into the line and ends it.
+    void EndWideLine(DWORD level, const WCHAR* text, int length, bool cut);
+    // Converts length bytes of code-page-0 text into the line and ends it;
+    // text may already stand where the line's text goes.
+    void EndNarrowLine(DWORD level, const char* text, int length, bool cut);
+    // The line of lineEnd bytes at line as UTF-16, its text (up to textEnd)
+    // taken from wideText when given.
+    static zel_text::CZelStringW WideLine(const char* line, std::size_t textEnd, std::size_t lineEnd,
+                                          const WCHAR* wideText, int wideLength);
+    static void SendToDebugger(const WCHAR* line, int length);
     void WriteStartLine();
     friend struct LogFileHolder;
 
@@ -137,7 +150,6 @@ private:
     std::atomic<bool> flushRequested_{false};
     bool closed_ = false;
     bool writesClosingLine_ = true;
-    zel_text::CZelStringW lineText_;
     DWORD openTick_ = 0;
     DWORD previousLineTick_ = 0;
     DWORD lastLineTick_ = 0;
@@ -145,7 +157,7 @@ private:
     DWORD levelMask_ = 1;
     std::vector<char> buffer_;  // UTF-8 bytes not yet written; size() is the room, bufferUsed_ the bytes
     std::size_t bufferUsed_ = 0;
-    std::vector<char> narrowScratch_;
+    std::vector<WCHAR> wideText_;  // a wide line's formatted text, a narrow line's conversion
 };
 
 ///@{

@@ -188,14 +188,11 @@ public:
         ++length_;
     }
 
+    // The stores go through a local pointer: with char text, a store through
+    // buffer_ could alias the sink's own fields and force them to be reread.
     void Put(const T* text, size_t n) {
         size_t stored = n < Room() ? n : Room();
-        // The runs between conversions are mostly a few characters long.
-        if (stored <= 8) {
-            for (size_t i = 0; i < stored; ++i) buffer_[length_ + i] = text[i];
-        } else {
-            std::memcpy(buffer_ + length_, text, stored * sizeof(T));
-        }
+        if (stored != 0) CopyBytes(buffer_ + length_, text, stored * sizeof(T));
         length_ += n;
     }
 
@@ -205,8 +202,9 @@ public:
             Put(text, n);
         } else {
             size_t stored = n < Room() ? n : Room();
-            for (size_t i = 0; i < stored; ++i) {
-                buffer_[length_ + i] = static_cast<T>(static_cast<unsigned char>(text[i]));
+            if (stored != 0) {
+                T* to = buffer_ + length_;
+                for (size_t i = 0; i < stored; ++i) to[i] = static_cast<T>(static_cast<unsigned char>(text[i]));
             }
             length_ += n;
         }
@@ -214,7 +212,10 @@ public:
 
     void Fill(T c, size_t n) {
         size_t stored = n < Room() ? n : Room();
-        for (size_t i = 0; i < stored; ++i) buffer_[length_ + i] = c;
+        if (stored != 0) {
+            T* to = buffer_ + length_;
+            for (size_t i = 0; i < stored; ++i) to[i] = c;
+        }
         length_ += n;
     }
 
@@ -236,6 +237,24 @@ public:
     }
 
 private:
+    // The runs between conversions are mostly a few characters long: up to
+    // 16 bytes are copied as two overlapping words, without a call.
+    static void CopyBytes(void* to, const void* from, size_t n) {
+        auto* target = static_cast<unsigned char*>(to);
+        const auto* source = static_cast<const unsigned char*>(from);
+        if (n >= 8 && n <= 16) {
+            std::memcpy(target, source, 8);
+            std::memcpy(target + n - 8, source + n - 8, 8);
+        } else if (n >= 4 && n < 8) {
+            std::memcpy(target, source, 4);
+            std::memcpy(target + n - 4, source + n - 4, 4);
+        } else if (n < 4) {
+            for (size_t i = 0; i < n; ++i) target[i] = source[i];
+        } else {
+            std::memcpy(target, source, n);
+        }
+    }
+
     size_t Room() const { return length_ < capacity_ ? static_cast<size_t>(capacity_ - length_) : 0; }
 
     T* buffer_;
@@ -255,9 +274,24 @@ struct FormatSpec {
     char conversion = 0;
 };
 
+// The conversions that make a whole specification alone, as bits from 'A'.
+constexpr std::uint64_t kBareConversions = [] {
+    std::uint64_t bits = 0;
+    for (char c : {'d', 'i', 'u', 'o', 'x', 'X', 'c', 'C', 's', 'S', 'p', 'e', 'E', 'f', 'F', 'g', 'G', 'a', 'A'}) {
+        bits |= 1ull << (c - 'A');
+    }
+    return bits;
+}();
+
 // Parses the conversion specification behind a '%', taking '*' values from args.
 template <typename T>
 bool ParseFormatSpec(const T*& p, ArgList& args, FormatSpec& spec) {
+    // Most specifications are a conversion letter alone.
+    auto offset = static_cast<std::make_unsigned_t<T>>(*p - 'A');
+    if (offset < 64 && ((kBareConversions >> offset) & 1) != 0) {
+        spec.conversion = static_cast<char>(*p++);
+        return true;
+    }
     for (;; ++p) {
         switch (*p) {
             case '-': spec.left = true; continue;
@@ -295,7 +329,8 @@ bool ParseFormatSpec(const T*& p, ArgList& args, FormatSpec& spec) {
     spec.conversion = AsciiOf(*p);
     if (spec.conversion == 0) return false;
     ++p;
-    return SizeFits(spec.conversion, spec.size);
+    // Every conversion takes no size.
+    return spec.size == Size::kNone || SizeFits(spec.conversion, spec.size);
 }
 
 // The integer argument as 64 bits: signed values sign-extended.
@@ -366,6 +401,13 @@ void PutInteger(Sink<T>& out, const FormatSpec& spec, std::uint64_t bits, bool i
     char buffer[24];
     char* end = buffer + sizeof buffer;
     char* first = end;
+    if (base == 10 && spec.width == 0 && spec.precision < 0 && !spec.plus && !spec.space) {
+        // The common %d, %i and %u: no padding, only a minus sign.
+        first = WriteDigits(magnitude, 10, false, end);
+        if (negative) *--first = '-';
+        out.PutAscii(first, static_cast<size_t>(end - first));
+        return;
+    }
     if (magnitude != 0 || spec.precision != 0) first = WriteDigits(magnitude, base, conversion == 'X', end);
     auto digits = static_cast<size_t>(end - first);
 
@@ -392,7 +434,7 @@ void PutInteger(Sink<T>& out, const FormatSpec& spec, std::uint64_t bits, bool i
         padding = 0;
     }
     if (!spec.left) out.Fill(' ', padding);
-    out.PutAscii(prefix, prefixLength);
+    for (size_t i = 0; i < prefixLength; ++i) out.Put(static_cast<T>(prefix[i]));
     out.Fill('0', zeros);
     out.PutAscii(first, digits);
     if (spec.left) out.Fill(' ', padding);
