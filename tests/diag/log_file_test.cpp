@@ -463,7 +463,10 @@ TEST_F(LogTest, ForkedChildrenLogWithoutHangingOrRepeatingTheParentsLines) {
             for (int i = 0; i < kChildren; ++i) {
                 pid_t child = ::fork();
                 if (child == 0) {
-                    ::alarm(10);  // a child that hangs on the log dies of SIGALRM
+                    // A child that hangs on the log dies of SIGALRM; the time is generous
+                    // because a sanitizer build on a loaded machine can take seconds
+                    // to fork and exit.
+                    ::alarm(60);
                     logPrintf("child %d", i);
                     std::exit(0);
                 }
