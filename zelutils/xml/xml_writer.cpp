@@ -90,6 +90,9 @@ public:
     void Literal(const char (&ascii)[N]) {
         for (std::size_t i = 0; i + 1 < N; ++i) text_ += static_cast<WCHAR>(ascii[i]);
     }
+    void Ascii(const char* ascii, std::size_t length) {
+        for (std::size_t i = 0; i < length; ++i) text_ += static_cast<WCHAR>(ascii[i]);
+    }
     void ByteOrderMark() { text_ += static_cast<WCHAR>(0xFEFF); }
     void Indent(int depth) {
         for (int level = 0; level < depth; ++level) text_ += static_cast<WCHAR>('\t');
@@ -115,6 +118,40 @@ public:
 
 private:
     CZelStringW text_;
+};
+
+// The text of a typed value: ASCII characters that need no entity (digits,
+// letters, "-", ":", "."), made without a string.
+class AsciiValue {
+public:
+    explicit AsciiValue(const char* text) {
+        for (; *text != 0; ++text) Add(*text);
+    }
+    AsciiValue() = default;
+    void Add(char character) { text_[length_++] = character; }
+    // value in decimal, with leading zeros up to minDigits ("%0*d").
+    void AddDecimal(unsigned value, std::size_t minDigits) {
+        char digits[10];
+        std::size_t count = 0;
+        do {
+            digits[count++] = static_cast<char>('0' + value % 10);
+            value /= 10;
+        } while (value != 0);
+        for (; minDigits > count; --minDigits) Add('0');
+        while (count != 0) Add(digits[--count]);
+    }
+    // byte as two lower-case hexadecimal digits ("%02x").
+    void AddHexByte(unsigned byte) {
+        static constexpr char kDigits[] = "0123456789abcdef";
+        Add(kDigits[(byte >> 4) & 0xF]);
+        Add(kDigits[byte & 0xF]);
+    }
+    const char* Text() const { return text_; }
+    std::size_t Length() const { return length_; }
+
+private:
+    char text_[48];  // a date-time of 7 five-digit fields and its separators
+    std::size_t length_ = 0;
 };
 
 // The pieces of a document, each written to an output (WideOutput or the
@@ -166,12 +203,21 @@ void Attribute(Output& out, const CZelStringW& name, const CZelStringW& value) {
 }
 
 template <typename Output>
-void Element(Output& out, int depth, const CZelStringW& name, const CZelStringW& value) {
+void Content(Output& out, const CZelStringW& value) {
+    out.Escaped(value, false);
+}
+template <typename Output>
+void Content(Output& out, const AsciiValue& value) {
+    out.Ascii(value.Text(), value.Length());
+}
+
+template <typename Output, typename Value>
+void Element(Output& out, int depth, const CZelStringW& name, const Value& value) {
     out.Indent(depth);
     out.Literal("<");
     const auto escapedName = out.Escaped(name, false);
     out.Literal(">");
-    out.Escaped(value, false);
+    Content(out, value);
     out.Literal("</");
     out.Repeat(escapedName);
     out.Literal(">\r\n");
@@ -192,6 +238,10 @@ public:
     void Literal(const char (&ascii)[N]) {
         std::memcpy(Room(N - 1), ascii, N - 1);
         at_ += N - 1;
+    }
+    void Ascii(const char* ascii, std::size_t length) {
+        std::memcpy(Room(length), ascii, length);
+        at_ += length;
     }
     void ByteOrderMark() { Literal("\xEF\xBB\xBF"); }
     void Indent(int depth) {
@@ -453,34 +503,49 @@ void XmlWriter::WriteText(const CZelStringW& text) {
     Put([&](auto& out) { out.Escaped(text, true); });
 }
 
-void XmlWriter::WriteElement(const CZelStringW& name, const CZelStringW& value) {
-    // The start tag's raising of the depth and the end tag's lowering cancel
-    // out: the line is indented by the depth as it is.
+// The start tag's raising of the depth and the end tag's lowering cancel out:
+// the line is indented by the depth as it is.
+template <typename Value>
+void XmlWriter::WriteValue(const CZelStringW& name, const Value& value) {
     startTagOpen_ = false;
     const int depth = g_depth.load();
     Put([&](auto& out) { Element(out, depth, name, value); });
 }
 
+void XmlWriter::WriteElement(const CZelStringW& name, const CZelStringW& value) { WriteValue(name, value); }
+
 void XmlWriter::WriteColor(const CZelStringW& name, DWORD color) {
-    CZelStringW text;
-    text.Format(ZW("%02x%02x%02x"), color & 0xFF, (color >> 8) & 0xFF, (color >> 16) & 0xFF);
-    WriteElement(name, text);
+    // "%02x%02x%02x" of red, green and blue.
+    AsciiValue text;
+    text.AddHexByte(color);
+    text.AddHexByte(color >> 8);
+    text.AddHexByte(color >> 16);
+    WriteValue(name, text);
 }
 
 void XmlWriter::WriteBool(const CZelStringW& name, bool value) {
-    WriteElement(name, Widen(value ? "true" : "false"));
+    WriteValue(name, AsciiValue(value ? "true" : "false"));
 }
 
 void XmlWriter::WriteDateTime(const CZelStringW& name, const SYSTEMTIME& time) {
-    CZelStringW text;
-    if (time.wMilliseconds < 1) {
-        text.Format(ZW("%d-%02d-%02dT%02d:%02d:%02d"), time.wYear, time.wMonth, time.wDay, time.wHour,
-                    time.wMinute, time.wSecond);
-    } else {
-        text.Format(ZW("%d-%02d-%02dT%02d:%02d:%02d.%03d"), time.wYear, time.wMonth, time.wDay,
-                    time.wHour, time.wMinute, time.wSecond, time.wMilliseconds);
+    // "%d-%02d-%02dT%02d:%02d:%02d", and ".%03d" when the millisecond is not 0.
+    AsciiValue text;
+    text.AddDecimal(time.wYear, 1);
+    text.Add('-');
+    text.AddDecimal(time.wMonth, 2);
+    text.Add('-');
+    text.AddDecimal(time.wDay, 2);
+    text.Add('T');
+    text.AddDecimal(time.wHour, 2);
+    text.Add(':');
+    text.AddDecimal(time.wMinute, 2);
+    text.Add(':');
+    text.AddDecimal(time.wSecond, 2);
+    if (time.wMilliseconds >= 1) {
+        text.Add('.');
+        text.AddDecimal(time.wMilliseconds, 3);
     }
-    WriteElement(name, text);
+    WriteValue(name, text);
 }
 
 void XmlWriter::WriteNumber(const CZelStringW& name, std::int64_t value) {

@@ -138,6 +138,8 @@ private:
     class Utf8Output;
     template <typename Emit>
     void Put(const Emit& emit);
+    template <typename Value>
+    void WriteValue(const zel_text::CZelStringW& name, const Value& value);
     bool WriteBuffered();
 
     zel_text::CZelStringW path_;
