@@ -123,18 +123,17 @@ CZelStringW RandomText(std::mt19937& random, int length) {
                                  0x4E2D, 0xFFFD, 0xFFFF, 0xD83D, 0xDE00};
     std::uniform_int_distribution<int> percent(0, 99), odd(0, sizeof kOdd / sizeof kOdd[0] - 1), letter('0', 'z');
     const int oddShare = percent(random) / 4;
-    CZelStringW text;
-    while (text.GetLength() < length) {
+    std::basic_string<WCHAR> text;
+    while (static_cast<int>(text.size()) < length) {
         if (percent(random) >= oddShare) {
             text += static_cast<WCHAR>(letter(random));
         } else if (percent(random) < 10) {
-            text += static_cast<WCHAR>(0xD83D);
-            text += static_cast<WCHAR>(0xDE00);
+            text += {0xD83D, 0xDE00};
         } else {
             text += kOdd[odd(random)];
         }
     }
-    return text;
+    return CZelStringW(text.data(), static_cast<int>(text.size()));
 }
 
 TEST_F(XmlWriterTest, BytesEqualThePiecesConvertedWholeAndExceptionsCarryThem) {

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstring>
 #include <iterator>
+#include <limits>
 
 namespace zel {
 
@@ -84,39 +85,60 @@ int CopyPlain(char* at, const WCHAR* in) {
 #endif
 
 // A piece as UTF-16: the text an exception carries, and XmlEscape's result.
+// The string grows once per call (its capacity is exact, never geometric).
 class WideOutput {
 public:
     template <std::size_t N>
     void Literal(const char (&ascii)[N]) {
-        for (std::size_t i = 0; i + 1 < N; ++i) text_ += static_cast<WCHAR>(ascii[i]);
+        Ascii(ascii, N - 1);
     }
     void Ascii(const char* ascii, std::size_t length) {
-        for (std::size_t i = 0; i < length; ++i) text_ += static_cast<WCHAR>(ascii[i]);
+        Append(static_cast<std::int64_t>(length), [&](WCHAR* at) { std::copy_n(ascii, length, at); });
     }
-    void ByteOrderMark() { text_ += static_cast<WCHAR>(0xFEFF); }
+    void ByteOrderMark() {
+        Append(1, [](WCHAR* at) { *at = 0xFEFF; });
+    }
     void Indent(int depth) {
-        for (int level = 0; level < depth; ++level) text_ += static_cast<WCHAR>('\t');
+        if (depth > 0) Append(depth, [&](WCHAR* at) { std::fill_n(at, depth, static_cast<WCHAR>('\t')); });
     }
-    // Returns what Repeat takes.
+    // Returns what Repeat takes. Every entity starts with "&", so replacing
+    // all five in one pass gives what the five replacements in order give.
     const CZelStringW* Escaped(const CZelStringW& text, bool /*endsPiece*/) {
-        // Every entity starts with "&", so replacing all five in one pass
-        // gives what the five replacements in order give.
-        const WCHAR* run = text.GetString();
-        for (const WCHAR* at = run; at != text.GetEnd(); ++at) {
-            if (*at >= 0x80 || kEntityIndex.of[*at] == 0) continue;
-            text_.Append(run, static_cast<int>(at - run));
-            for (const char* entity = kEntities[kEntityIndex.of[*at] - 1].text; *entity != 0; ++entity) {
-                text_ += static_cast<WCHAR>(*entity);
+        std::int64_t length = text.GetLength();
+        for (const WCHAR* in = text.GetString(); in != text.GetEnd(); ++in) {
+            const WCHAR unit = *in;
+            if (unit < 0x80 && kEntityIndex.of[unit] != 0) {
+                length += static_cast<std::int64_t>(kEntities[kEntityIndex.of[unit] - 1].length) - 1;
             }
-            run = at + 1;
         }
-        text_.Append(run, static_cast<int>(text.GetEnd() - run));
+        Append(length, [&](WCHAR* at) {
+            for (const WCHAR* in = text.GetString(); in != text.GetEnd(); ++in) {
+                const WCHAR unit = *in;
+                if (unit >= 0x80 || kEntityIndex.of[unit] == 0) {
+                    *at++ = unit;
+                    continue;
+                }
+                const Entity& entity = kEntities[kEntityIndex.of[unit] - 1];
+                at = std::copy_n(entity.text, entity.length, at);
+            }
+        });
         return &text;
     }
     void Repeat(const CZelStringW* text) { Escaped(*text, false); }
     const CZelStringW& Text() const { return text_; }
 
 private:
+    // Appends count units, which fill writes; refuses a string longer than
+    // its 32-bit length allows.
+    template <typename Fill>
+    void Append(std::int64_t count, const Fill& fill) {
+        const int length = text_.GetLength();
+        if (count > std::numeric_limits<int>::max() - length) throw zel_text::bad_alloc();
+        const int newLength = length + static_cast<int>(count);
+        fill(text_.GetBuffer(newLength) + length);
+        text_.ReleaseBuffer(newLength);
+    }
+
     CZelStringW text_;
 };
 
