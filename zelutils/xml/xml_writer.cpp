@@ -391,20 +391,14 @@ CZelStringW XmlEscape(const CZelStringW& text) {
     return out.Text();
 }
 
-namespace {
-CZelStringW Widen(const char* ascii) {
-    CZelStringW text;
-    for (; *ascii != 0; ++ascii) text += static_cast<WCHAR>(*ascii);
-    return text;
-}
-}  // namespace
-
 CZelStringW XmlUnescape(const CZelStringW& text) {
     CZelStringW out = text;
     if (out.Find(static_cast<WCHAR>('&')) < 0) return out;
     for (const Entity& entity : kEntities) {
+        WideOutput name;
+        name.Ascii(entity.text, entity.length);
         const WCHAR replacement[] = {entity.character, 0};
-        out.Replace(Widen(entity.text), replacement);
+        out.Replace(name.Text(), replacement);
     }
     return out;
 }

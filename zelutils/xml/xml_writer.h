@@ -5,7 +5,7 @@
 /// predefined entities for escaping. The typed writers produce the text
 /// forms that the element accessors (xml_element.h) read back.
 ///
-/// Output is buffered: the bytes reach the file in blocks of about 64 KB,
+/// Output is buffered: the bytes reach the file in blocks of about 256 KB,
 /// and the rest at Close (or when the writer is destroyed).
 ///
 /// Failure: Open returns false when the file cannot be created; a write
@@ -18,9 +18,9 @@
 #include "zelutils/text/zel_string.h"
 #include "zelutils/zel_api.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstddef>
 #include <exception>
 #include <memory>
 
@@ -80,9 +80,9 @@ public:
     XmlWriter& operator=(const XmlWriter&) = delete;
 
     /// Creates or empties the file (binary) and writes the UTF-8 byte-order
-    /// mark and the declaration line. False, writing nothing, when the file
-    /// cannot be opened (the last error tells why); throws when the first
-    /// bytes cannot be written.
+    /// mark and the declaration line (buffered, as all output). False,
+    /// writing nothing, when the file cannot be opened (the last error tells
+    /// why).
     bool Open();
     /// Writes what is buffered and closes the file; false when either fails
     /// (the last error tells why; the file is closed all the same) or
