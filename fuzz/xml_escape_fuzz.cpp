@@ -63,8 +63,9 @@ std::string PieceBytes(const CZelStringW& piece) {
 // The writer's file, removed after each input: a file truncated and closed
 // again would make the file system write it out each time.
 const std::filesystem::path& WriterFile() {
-    static const std::filesystem::path path = std::filesystem::temp_directory_path() /
-                                              ("zel-xml-escape-fuzz-" + std::to_string(std::random_device{}()) + ".xml");
+    static const std::filesystem::path path =
+        std::filesystem::temp_directory_path() /
+        ("zel-xml-escape-fuzz-" + std::to_string(std::random_device{}()) + ".xml");
     return path;
 }
 
@@ -81,8 +82,10 @@ void CheckWriterBytes(const std::uint8_t* data, std::size_t size) {
     writer.WriteElement(text, text);
     if (!writer.Close()) std::abort();
 
-    std::string expected = "\xEF\xBB\xBF<?xml version=\"1.1\" encoding=\"UTF-8\"?>\r\n" + PieceBytes(escaped) +
-                           PieceBytes(CZelStringW(ZW("<")) + escaped + ZW(">") + escaped + ZW("</") + escaped + ZW(">\r\n"));
+    const CZelStringW element =
+        CZelStringW(ZW("<")) + escaped + ZW(">") + escaped + ZW("</") + escaped + ZW(">\r\n");
+    const std::string expected = "\xEF\xBB\xBF<?xml version=\"1.1\" encoding=\"UTF-8\"?>\r\n" +
+                                 PieceBytes(escaped) + PieceBytes(element);
     std::ifstream in(WriterFile(), std::ios::binary);
     const std::string written(std::istreambuf_iterator<char>(in), {});
     in.close();

@@ -46,7 +46,9 @@ constexpr Entity kEntities[] = {
 struct EntityIndex {
     unsigned char of[0x80] = {};
     constexpr EntityIndex() {
-        for (std::size_t i = 0; i < std::size(kEntities); ++i) of[kEntities[i].character] = static_cast<unsigned char>(i + 1);
+        for (std::size_t i = 0; i < std::size(kEntities); ++i) {
+            of[kEntities[i].character] = static_cast<unsigned char>(i + 1);
+        }
     }
 };
 constexpr EntityIndex kEntityIndex;
