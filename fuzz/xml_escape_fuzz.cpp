@@ -1,7 +1,9 @@
 // Fuzz target: the writer's escaping round trip. Any text XML can carry,
 // escaped as the writer escapes it, must come back unchanged from Expat as
 // element content and as an attribute value; text without an ampersand must
-// also survive the library's own unescaping.
+// also survive the library's own unescaping. The input's bytes, read as
+// UTF-16 units (NUL and lone surrogates included), must reach the writer's
+// file as the escaped pieces converted whole to UTF-8.
 #include "zelutils/text/zel_utf.h"
 #include "zelutils/xml/xml_expat_parser.h"
 #include "zelutils/xml/xml_writer.h"
@@ -9,6 +11,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -38,6 +47,52 @@ const CZelStringW& Parsed(zel::XmlTreeParser& parser, const CZelStringUtf8& doc)
     return parser.Root()->Text();
 }
 
+// The bytes of one piece: ASCII as it is, anything else through the codec.
+std::string PieceBytes(const CZelStringW& piece) {
+    std::string bytes;
+    for (int i = 0; i < piece.GetLength(); ++i) {
+        if (piece.GetAt(i) >= 0x80) {
+            CZelStringUtf8 utf8(piece);
+            return std::string(utf8.GetString(), static_cast<std::size_t>(utf8.GetLength()));
+        }
+        bytes += static_cast<char>(piece.GetAt(i));
+    }
+    return bytes;
+}
+
+// The writer's file, removed after each input: a file truncated and closed
+// again would make the file system write it out each time.
+const std::filesystem::path& WriterFile() {
+    static const std::filesystem::path path =
+        std::filesystem::temp_directory_path() /
+        ("zel-xml-escape-fuzz-" + std::to_string(std::random_device{}()) + ".xml");
+    return path;
+}
+
+void CheckWriterBytes(const std::uint8_t* data, std::size_t size) {
+    std::vector<WCHAR> units(size / sizeof(WCHAR));
+    if (!units.empty()) std::memcpy(units.data(), data, units.size() * sizeof(WCHAR));
+    const CZelStringW text(units.data(), static_cast<int>(units.size()));
+    const CZelStringW escaped = zel::XmlEscape(text);
+
+    zel::XmlWriter::SetDepth(0);
+    zel::XmlWriter writer(CZelStringUtf8(WriterFile().string().c_str()).ToWide());
+    if (!writer.Open()) std::abort();
+    writer.WriteText(text);
+    writer.WriteElement(text, text);
+    if (!writer.Close()) std::abort();
+
+    const CZelStringW element =
+        CZelStringW(ZW("<")) + escaped + ZW(">") + escaped + ZW("</") + escaped + ZW(">\r\n");
+    const std::string expected = "\xEF\xBB\xBF<?xml version=\"1.1\" encoding=\"UTF-8\"?>\r\n" +
+                                 PieceBytes(escaped) + PieceBytes(element);
+    std::ifstream in(WriterFile(), std::ios::binary);
+    const std::string written(std::istreambuf_iterator<char>(in), {});
+    in.close();
+    std::filesystem::remove(WriterFile());
+    if (written != expected) std::abort();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -54,5 +109,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (parser.Root()->GetString(ZW("v")) != text) std::abort();
 
     if (text.Find(static_cast<WCHAR>('&')) < 0 && zel::XmlUnescape(escaped) != text) std::abort();
+
+    CheckWriterBytes(data, size);
     return 0;
 }

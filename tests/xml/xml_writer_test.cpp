@@ -7,8 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <random>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -96,6 +99,117 @@ TEST_F(XmlWriterTest, TypedValuesUseTheReadableForms) {
                                   "<c>123456</c>\r\n<t>true</t>\r\n<f>false</f>\r\n"
                                   "<d>2024-05-06T07:08:09</d>\r\n<m>2024-05-06T07:08:09.005</m>\r\n"
                                   "<i>-9000000000</i>\r\n<x>1.5</x>\r\n<p>2.35</p>\r\n<n></n>\r\n");
+}
+
+// The bytes of one piece as the writer used to make them: the piece built in
+// UTF-16 and converted whole (ASCII as it is, anything else by the codec).
+std::string PieceBytes(const CZelStringW& piece) {
+    std::string bytes;
+    for (int i = 0; i < piece.GetLength(); ++i) {
+        if (piece.GetAt(i) >= 0x80) {
+            CZelStringUtf8 utf8(piece);
+            return std::string(utf8.GetString(), static_cast<std::size_t>(utf8.GetLength()));
+        }
+        bytes += static_cast<char>(piece.GetAt(i));
+    }
+    return bytes;
+}
+
+// Texts that cross the writer's 4- and 8-unit blocks at every offset: plain
+// runs broken by entities, NUL, other BMP characters, surrogate pairs and lone
+// halves.
+CZelStringW RandomText(std::mt19937& random, int length) {
+    static const WCHAR kOdd[] = {'&', '<', '>', '\'', '"', 0, '\t', 0x7F, 0x80, 0xE9, 0x7FF, 0x800,
+                                 0x4E2D, 0xFFFD, 0xFFFF, 0xD83D, 0xDE00};
+    std::uniform_int_distribution<int> percent(0, 99), odd(0, sizeof kOdd / sizeof kOdd[0] - 1), letter('0', 'z');
+    const int oddShare = percent(random) / 4;
+    std::basic_string<WCHAR> text;
+    while (static_cast<int>(text.size()) < length) {
+        if (percent(random) >= oddShare) {
+            text += static_cast<WCHAR>(letter(random));
+        } else if (percent(random) < 10) {
+            text += {0xD83D, 0xDE00};
+        } else {
+            text += kOdd[odd(random)];
+        }
+    }
+    return CZelStringW(text.data(), static_cast<int>(text.size()));
+}
+
+TEST_F(XmlWriterTest, BytesEqualThePiecesConvertedWholeAndExceptionsCarryThem) {
+    std::mt19937 random(12);
+    std::uniform_int_distribution<int> length(0, 40);
+    std::vector<CZelStringW> texts;
+    for (int i = 0; i < 4000; ++i) texts.push_back(RandomText(random, length(random)));
+    texts.push_back(RandomText(random, 1 << 20));  // larger than the writer's buffer
+
+    XmlWriter writer(Path());
+    XmlWriter closed(Path());
+    ASSERT_TRUE(writer.Open());
+    std::string expected = kHead;
+    // Each piece is written, and its UTF-16 text is what a writer with no file
+    // open throws.
+    auto check = [&](const CZelStringW& piece, auto write) {
+        const int depth = XmlWriter::Depth();
+        write(writer);
+        expected += PieceBytes(piece);
+        const int next = XmlWriter::Depth();
+        XmlWriter::SetDepth(depth);
+        try {
+            write(closed);
+            ADD_FAILURE() << "no exception";
+        } catch (const XmlWriter::Exception& error) {
+            EXPECT_TRUE(error.Text() == piece) << U(piece);
+        }
+        XmlWriter::SetDepth(next);
+    };
+    for (std::size_t i = 0; i + 1 < texts.size(); ++i) {
+        const CZelStringW& a = texts[i];
+        const CZelStringW& b = texts[i + 1];
+        CZelStringW lt(ZW("<")), quote(ZW("\"")), crLf(ZW("\r\n"));
+        check(zel::XmlEscape(a), [&](XmlWriter& w) { w.WriteText(a); });
+        check(lt + zel::XmlEscape(a) + ZW(">") + zel::XmlEscape(b) + ZW("</") + zel::XmlEscape(a) + ZW(">") + crLf,
+              [&](XmlWriter& w) { w.WriteElement(a, b); });
+        check(lt + zel::XmlEscape(b), [&](XmlWriter& w) { w.WriteStartTag(b, XmlWriter::kOpenForAttributes); });
+        check(CZelStringW(ZW(" ")) + zel::XmlEscape(a) + ZW("=") + quote + zel::XmlEscape(b) + quote,
+              [&](XmlWriter& w) { w.WriteAttribute(a, b, true); });
+        check(CZelStringW(ZW(" />")) + crLf, [&](XmlWriter& w) { w.CloseEmptyTag(); });
+    }
+    EXPECT_EQ(XmlWriter::Depth(), 0);
+    const std::string written = Finish(writer);
+    ASSERT_EQ(written.size(), expected.size());
+    const auto mismatch = std::mismatch(written.begin(), written.end(), expected.begin());
+    EXPECT_TRUE(mismatch.first == written.end()) << "first difference at byte " << mismatch.first - written.begin();
+}
+
+TEST_F(XmlWriterTest, ColoursAndDateTimesMatchTheirPrintfFormsOverTheWholeRange) {
+    std::mt19937 random(7);
+    std::uniform_int_distribution<unsigned> word(0, 0xFFFF);
+    XmlWriter writer(Path());
+    ASSERT_TRUE(writer.Open());
+    std::string expected = kHead;
+    for (int i = 0; i < 2000; ++i) {
+        // Small fields half of the time, any WORD otherwise.
+        auto field = [&] { return static_cast<WORD>(i % 2 == 0 ? word(random) % 100 : word(random)); };
+        SYSTEMTIME time{field(), field(), 0, field(), field(), field(), field(), 0};
+        if (i % 3 != 0) time.wMilliseconds = field();
+        CZelStringW text;
+        text.Format(ZW("%d-%02d-%02dT%02d:%02d:%02d"), time.wYear, time.wMonth, time.wDay, time.wHour, time.wMinute,
+                    time.wSecond);
+        if (time.wMilliseconds != 0) {
+            CZelStringW fraction;
+            fraction.Format(ZW(".%03d"), time.wMilliseconds);
+            text += fraction;
+        }
+        writer.WriteDateTime(W("d"), time);
+        expected += "<d>" + U(text) + "</d>\r\n";
+
+        const DWORD color = word(random) << 16 | word(random);
+        text.Format(ZW("%02x%02x%02x"), color & 0xFF, (color >> 8) & 0xFF, (color >> 16) & 0xFF);
+        writer.WriteColor(W("c"), color);
+        expected += "<c>" + U(text) + "</c>\r\n";
+    }
+    EXPECT_EQ(Finish(writer), expected);
 }
 
 TEST(XmlEscaping, EscapesInOrderAndUnescapesTwiceOverAnEscapedAmpersand) {

@@ -5,19 +5,24 @@
 /// predefined entities for escaping. The typed writers produce the text
 /// forms that the element accessors (xml_element.h) read back.
 ///
-/// Failure: Open returns false when the file cannot be created; any later
-/// write that fails throws XmlWriter::Exception holding the text it could
-/// not write. Nothing is rolled back: what was written stays in the file.
+/// Output is buffered: the bytes reach the file in blocks of about 256 KB,
+/// and the rest at Close (or when the writer is destroyed).
+///
+/// Failure: Open returns false when the file cannot be created; a write
+/// whose block cannot be written throws XmlWriter::Exception holding the
+/// text of that call's piece (the tag, attribute or text it was writing).
+/// Nothing is rolled back: what was written stays in the file.
 #pragma once
 
 #include "zelutils/platform/windef.h"
 #include "zelutils/text/zel_string.h"
 #include "zelutils/zel_api.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
-#include <string>
+#include <memory>
 
 namespace zel {
 
@@ -75,12 +80,13 @@ public:
     XmlWriter& operator=(const XmlWriter&) = delete;
 
     /// Creates or empties the file (binary) and writes the UTF-8 byte-order
-    /// mark and the declaration line. False, writing nothing, when the file
-    /// cannot be opened (the last error tells why); throws when the first
-    /// bytes cannot be written.
+    /// mark and the declaration line (buffered, as all output). False,
+    /// writing nothing, when the file cannot be opened (the last error tells
+    /// why).
     bool Open();
-    /// Flushes and closes the file; false when that fails (the last error
-    /// tells why) or nothing was open.
+    /// Writes what is buffered and closes the file; false when either fails
+    /// (the last error tells why; the file is closed all the same) or
+    /// nothing was open.
     bool Close();
 
     /// The process-wide indentation depth.
@@ -129,13 +135,19 @@ public:
     void WriteNumber(const zel_text::CZelStringW& name, double value, int digits);
 
 private:
-    class TagBuilder;
-    void Write(const zel_text::CZelStringW& piece);
+    class Utf8Output;
+    template <typename Emit>
+    void Put(const Emit& emit);
+    template <typename Value>
+    void WriteValue(const zel_text::CZelStringW& name, const Value& value);
+    bool WriteBuffered();
 
     zel_text::CZelStringW path_;
     std::FILE* file_ = nullptr;
     bool startTagOpen_ = false;
-    std::string bytes_;  // the piece being written, in UTF-8
+    std::unique_ptr<char[]> buffer_;  // UTF-8 bytes not yet handed to file_
+    std::size_t buffered_ = 0;
+    std::size_t capacity_ = 0;
 };
 
 }  // namespace zel
