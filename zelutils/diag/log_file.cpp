@@ -4,6 +4,7 @@
 #include "zelutils/fs/platform_file.h"
 #include "zelutils/platform/win32.h"
 #include "zelutils/settings/sequence_counter.h"
+#include "zelutils/text/zel_chars.h"
 #include "zelutils/text/zel_printf.h"
 
 #include <algorithm>
@@ -161,19 +162,6 @@ private:
 LinePrefix& ThePrefix() {
     static LinePrefix prefix;
     return prefix;
-}
-
-// True when every byte of text is ASCII.
-bool IsAscii(const char* text, std::size_t length) {
-    std::size_t i = 0;
-    for (; i + 8 <= length; i += 8) {
-        std::uint64_t word;
-        std::memcpy(&word, text + i, 8);
-        if ((word & 0x8080808080808080ull) != 0) return false;
-    }
-    unsigned char high = 0;
-    for (; i < length; ++i) high |= static_cast<unsigned char>(text[i]);
-    return high < 0x80;
 }
 
 // True when codePage reads every ASCII byte, alone, as the same character.
@@ -456,7 +444,7 @@ void LogFile::EndWideLine(DWORD level, const WCHAR* text, int length, bool cut) 
 }
 
 void LogFile::EndNarrowLine(DWORD level, const char* text, int length, bool cut) {
-    if (AnsiKeepsAscii() && IsAscii(text, static_cast<std::size_t>(length))) {
+    if (AnsiKeepsAscii() && zel_text::chars::IsAscii(text, static_cast<std::size_t>(length))) {
         char* out = ReserveText(static_cast<std::size_t>(length));
         if (out != text) std::memcpy(out, text, static_cast<std::size_t>(length));
         EndLine(level, static_cast<std::size_t>(length), cut, nullptr, 0);

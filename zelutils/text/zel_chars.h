@@ -11,6 +11,7 @@
 
 #include <cctype>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <cwctype>
 #include <string>
@@ -204,6 +205,20 @@ inline void Reverse(T* text) {
         *text++ = *last;
         *last = ch;
     }
+}
+
+/// True when each of the length bytes of text is ASCII (below 0x80); the
+/// bytes are tested eight at a time.
+inline bool IsAscii(const char* text, std::size_t length) {
+    std::size_t i = 0;
+    for (; i + 8 <= length; i += 8) {
+        std::uint64_t word;
+        std::memcpy(&word, text + i, 8);
+        if ((word & 0x8080808080808080ull) != 0) return false;
+    }
+    unsigned char high = 0;
+    for (; i < length; ++i) high |= static_cast<unsigned char>(text[i]);
+    return high < 0x80;
 }
 
 }  // namespace zel_text::chars

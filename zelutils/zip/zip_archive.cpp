@@ -2,6 +2,7 @@
 
 #include "zelutils/fs/platform_file.h"
 #include "zelutils/platform/win32.h"
+#include "zelutils/text/zel_chars.h"
 #include "zelutils/text/zel_utf.h"
 #include "zelutils/zip/zip_crypto.h"
 #include "zelutils/zip/zip_io.h"
@@ -42,10 +43,6 @@ std::string ArchiveName(const WCHAR* nameInArchive, bool junkFolders) {
     if (junkFolders) name.erase(0, name.find_last_of(ZW('/')) == WString::npos ? 0 : name.find_last_of(ZW('/')) + 1);
     zel_text::CZelStringUtf8 utf8(name.c_str(), static_cast<int>(name.size()));
     return std::string(utf8.GetString(), static_cast<std::size_t>(utf8.GetLength()));
-}
-
-bool IsAscii(const std::string& text) {
-    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
 // The entry date fields for a file's last-write time, as local time.
@@ -207,7 +204,8 @@ bool CZipArchive::AddFile(const WCHAR* sourcePath, const WCHAR* nameInArchive, i
     bool readOnly = (status.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
     uLong mode = 0100000u | (readOnly ? 0444u : 0644u);
     info.external_fa = (mode << 16) | (readOnly ? FILE_ATTRIBUTE_READONLY : 0u);
-    uLong flags = (IsAscii(name) ? 0u : kUtf8NameFlag) | (password != nullptr ? kEncryptedFlag : 0u);
+    uLong flags = (zel_text::chars::IsAscii(name.data(), name.size()) ? 0u : kUtf8NameFlag) |
+                  (password != nullptr ? kEncryptedFlag : 0u);
     int method = level != 0 ? Z_DEFLATED : 0;
     zipFile archive = Archive(handle_);
     int result = zipOpenNewFileInZip4_64(archive, name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr, method, level,
