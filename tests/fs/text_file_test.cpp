@@ -13,7 +13,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
+
+#ifndef _WIN32
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
 
 using namespace std::string_literals;
 using zel_fs::CTextFile;
@@ -223,3 +230,28 @@ TEST_F(TextFile, OpenAndReadFailures) {
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_IO_DEVICE));
     zel_platform::ResetSystemCalls();
 }
+
+#ifndef _WIN32
+TEST_F(TextFile, APipeIsReadOnFromTheBytesAfterItsMark) {
+    // A FIFO cannot be positioned back after the mark. Its writer hands the
+    // mark and the big-endian units over cut in the middle, so reads come
+    // back short and odd.
+    const std::string path = PathOf("fifo");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const std::vector<std::string> pieces = {"\xFE"s, "\xFF\0a\0"s, "\r\0\n\0b\xD8"s, "\x34\xDD\x1E\0"s, "\r"s};
+    std::thread writer([&] {
+        const int fd = open(path.c_str(), O_WRONLY);
+        for (const std::string& piece : pieces) {
+            if (write(fd, piece.data(), piece.size()) != static_cast<ssize_t>(piece.size())) break;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        close(fd);
+    });
+    CTextFile file(4);
+    ASSERT_TRUE(file.Open(Wide(path)));
+    EXPECT_EQ(ReadAll(file), (Lines{"a", "b\xF0\x9D\x84\x9E"}));
+    EXPECT_FALSE(file.Rewind());
+    writer.join();
+    std::filesystem::remove(path);
+}
+#endif

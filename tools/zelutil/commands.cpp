@@ -126,9 +126,10 @@ const std::vector<Command>& Commands() {
          RunXml},
         {"text", "print the lines of a text file as UTF-8",
          "usage: zelutil text FILE [--trim] [--skip-empty] [--codepage CP]\n\n"
-         "Prints the lines of FILE as UTF-8 with LF line ends. The encoding comes from the\n"
-         "byte-order mark (UTF-8, UTF-16 or UTF-32, either byte order); a file without one is\n"
-         "read in code page CP (as for convert; default: ansi). LF, CR LF and CR end lines.\n"
+         "Prints the lines of FILE (a pipe too, such as /dev/stdin) as UTF-8 with LF line\n"
+         "ends. The encoding comes from the byte-order mark (UTF-8, UTF-16 or UTF-32, either\n"
+         "byte order); a file without one is read in code page CP (as for convert; default:\n"
+         "ansi). LF, CR LF and CR end lines.\n"
          "--trim removes white space at both ends of each line; --skip-empty leaves out\n"
          "empty lines (after trimming, a line of blanks is printed empty).\n\n"
          "example: zelutil text notes.txt --codepage cp1252 --skip-empty\n\n"
