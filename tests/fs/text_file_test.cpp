@@ -185,6 +185,22 @@ TEST_F(TextFile, CharactersCutByTheBuffersStayWhole) {
     EXPECT_EQ(LinesOf("abcdefg\0xyz"s, 8), (Lines{"abcdefg\0xyz"s}));
 }
 
+TEST_F(TextFile, DoubleByteCharactersCutByTheBuffersStayWhole) {
+    CPINFO info;
+    if (!GetCPInfo(932, &info)) GTEST_SKIP() << "code page 932 is not available here";
+    // Shift-JIS kanji and a one-byte katakana shift the characters against the
+    // buffer's edges; the trail byte 9A of U+5B57 is also a lead byte.
+    std::string text = "a";
+    for (int i = 0; i < 12; ++i) text += "\x8E\x9A\x93\xFA\x96\x7B\xB1";
+    const std::string whole = Utf8(CZelStringW(text.c_str(), 932));
+    for (int size : {4, 8, 12}) {
+        CTextFile file(size);
+        file.SetNarrowCodePage(932);
+        ASSERT_TRUE(file.Open(Make("sjis.txt", text + "\r\n" + text)));
+        EXPECT_EQ(ReadAll(file), (Lines{whole, whole})) << size << "-byte buffer";
+    }
+}
+
 TEST_F(TextFile, IncompleteAndInvalidUnits) {
     EXPECT_EQ(LinesOf("\xFF\xFE" "a\0b\0c"s, 512), (Lines{"ab"})) << "an odd trailing byte is ignored";
     EXPECT_EQ(LinesOf("\xFE\xFF\0a\0b\0"s, 4), (Lines{"ab"}));

@@ -57,18 +57,6 @@ void AppendNarrow(CZelStringW& line, const char* bytes, int count, UINT codePage
     line.ReleaseBuffer(line.GetLength() + written);
 }
 
-// The length of the start of bytes that holds only whole UTF-8 sequences:
-// an incomplete sequence at the end (at most three bytes) is left out.
-int WholeUtf8Length(const char* bytes, int count) {
-    for (int back = 1; back <= 3 && back <= count; ++back) {
-        const auto byte = static_cast<unsigned char>(bytes[count - back]);
-        if ((byte & 0xC0) == 0x80) continue;  // a continuation byte: look further back
-        const int needed = byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : byte >= 0xC0 ? 2 : 1;
-        return needed > back ? count - back : count;
-    }
-    return count;
-}
-
 }  // namespace
 
 CTextFile::CTextFile(int bufferSize) {
@@ -282,13 +270,13 @@ void CTextFile::TakeUnits(const unsigned char* units, int count, bool lineEnds, 
 }
 
 // Converts the gathered narrow bytes into line. Before the line ends, a UTF-8
-// character cut at the end of the buffer stays behind, so that it is
-// converted whole with the bytes that follow.
+// or double-byte character cut at the end of the buffer stays behind, so
+// that it is converted whole with the bytes that follow.
 void CTextFile::FlushPending(CZelStringW& line, bool lineEnds) {
     const UINT codePage = GetCodePage();
-    const bool utf8 = codePage == CP_UTF8 || (codePage == CP_ACP && GetACP() == CP_UTF8);
-    const int whole = lineEnds || !utf8 ? pendingCount_ : WholeUtf8Length(pending_.data(), pendingCount_);
-    AppendNarrow(line, pending_.data(), whole, GetCodePage());
+    const int whole =
+        lineEnds ? pendingCount_ : zel_text::WholeCharactersLength(pending_.data(), pendingCount_, codePage);
+    AppendNarrow(line, pending_.data(), whole, codePage);
     std::memmove(pending_.data(), pending_.data() + whole, pendingCount_ - whole);
     pendingCount_ -= whole;
 }

@@ -49,6 +49,34 @@ int ConvertWideToNarrow(char* target, int capacity, const WCHAR* text, int unitC
     return WithoutConvertedTerminator(written, target);
 }
 
+int WholeCharactersLength(const char* bytes, int count, UINT codePage) {
+    if (codePage == CP_ACP) codePage = GetACP();
+    if (codePage == CP_OEMCP) codePage = GetOEMCP();
+    const auto* text = reinterpret_cast<const unsigned char*>(bytes);
+    if (codePage == CP_UTF8) {
+        // Looks back over at most three continuation bytes for their lead.
+        for (int back = 1; back <= 3 && back <= count; ++back) {
+            const unsigned char byte = text[count - back];
+            if ((byte & 0xC0) == 0x80) continue;
+            const int needed = byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : byte >= 0xC0 ? 2 : 1;
+            return needed > back ? count - back : count;
+        }
+        return count;
+    }
+    CPINFO info;
+    if (!GetCPInfo(codePage, &info) || info.LeadByte[0] == 0) return count;
+    // A trail byte may look like a lead byte: only a walk from the start tells them apart.
+    const auto isLead = [&info](unsigned char byte) {
+        for (int i = 0; i + 1 < MAX_LEADBYTES && info.LeadByte[i] != 0; i += 2) {
+            if (byte >= info.LeadByte[i] && byte <= info.LeadByte[i + 1]) return true;
+        }
+        return false;
+    };
+    int at = 0;
+    while (at < count) at += isLead(text[at]) ? 2 : 1;
+    return at > count ? count - 1 : count;
+}
+
 bool IsCodePageUsable(int codePage) {
     switch (codePage) {
         case CP_ACP:

@@ -36,6 +36,13 @@ ZEL_API int MeasureWideToNarrow(const WCHAR* text, int unitCount, UINT codePage)
 ZEL_API int ConvertWideToNarrow(char* target, int capacity, const WCHAR* text, int unitCount,
                                 UINT codePage);
 
+/// How many of the first count bytes of codePage text, which starts at a
+/// character, end between two characters: a UTF-8 sequence cut short, or a
+/// lead byte of a double-byte code page without its second byte, is left
+/// out, so that text read in pieces converts without a character cut in two.
+/// count for every other code page, and for one the platform lacks.
+ZEL_API int WholeCharactersLength(const char* bytes, int count, UINT codePage);
+
 /// Whether text may be converted with codePage here: true for 0 (ANSI),
 /// 1 (OEM) and 65001 (UTF-8), true for 932 (Shift-JIS) when the platform
 /// has it, false for negative values and every other code page.
