@@ -185,7 +185,8 @@ zel_text::CZelStringW PathArgument(const std::string& argument) {
 int FinishStandardOutput(const char* command, int status) {
     errno = 0;
     const bool flushed = std::fflush(stdout) == 0;
-    if (flushed && std::ferror(stdout) == 0) return status;
+    // A command that failed has said why already, a failed write included.
+    if ((flushed && std::ferror(stdout) == 0) || status == kExitUsage) return status;
     const int error = errno != 0 ? errno : EIO;
     return UsageError(command, std::string("cannot write standard output: ") + std::strerror(error));
 }
