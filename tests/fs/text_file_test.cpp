@@ -185,19 +185,26 @@ TEST_F(TextFile, CharactersCutByTheBuffersStayWhole) {
     EXPECT_EQ(LinesOf("abcdefg\0xyz"s, 8), (Lines{"abcdefg\0xyz"s}));
 }
 
-TEST_F(TextFile, DoubleByteCharactersCutByTheBuffersStayWhole) {
-    CPINFO info;
-    if (!GetCPInfo(932, &info)) GTEST_SKIP() << "code page 932 is not available here";
+TEST_F(TextFile, MultiByteCharactersCutByTheBuffersStayWhole) {
     // Shift-JIS kanji and a one-byte katakana shift the characters against the
-    // buffer's edges; the trail byte 9A of U+5B57 is also a lead byte.
-    std::string text = "a";
-    for (int i = 0; i < 12; ++i) text += "\x8E\x9A\x93\xFA\x96\x7B\xB1";
-    const std::string whole = Utf8(CZelStringW(text.c_str(), 932));
-    for (int size : {4, 8, 12}) {
-        CTextFile file(size);
-        file.SetNarrowCodePage(932);
-        ASSERT_TRUE(file.Open(Make("sjis.txt", text + "\r\n" + text)));
-        EXPECT_EQ(ReadAll(file), (Lines{whole, whole})) << size << "-byte buffer";
+    // buffer's edges (the trail byte 9A of U+5B57 is also a lead byte), as do
+    // GB18030's four-byte U+1D11E and two-byte U+4E2D.
+    const struct {
+        UINT codePage;
+        const char* piece;
+    } cases[] = {{932, "\x8E\x9A\x93\xFA\x96\x7B\xB1"}, {54936, "\x94\x32\xBE\x34\xD6\xD0z"}};
+    for (const auto& c : cases) {
+        CPINFO info;
+        if (!GetCPInfo(c.codePage, &info)) continue;
+        std::string text = "a";
+        for (int i = 0; i < 12; ++i) text += c.piece;
+        const std::string whole = Utf8(CZelStringW(text.c_str(), c.codePage));
+        for (int size : {4, 8, 12}) {
+            CTextFile file(size);
+            file.SetNarrowCodePage(c.codePage);
+            ASSERT_TRUE(file.Open(Make("multi.txt", text + "\r\n" + text)));
+            EXPECT_EQ(ReadAll(file), (Lines{whole, whole})) << c.codePage << ", " << size << "-byte buffer";
+        }
     }
 }
 

@@ -37,10 +37,11 @@ ZEL_API int ConvertWideToNarrow(char* target, int capacity, const WCHAR* text, i
                                 UINT codePage);
 
 /// How many of the first count bytes of codePage text, which starts at a
-/// character, end between two characters: a UTF-8 sequence cut short, or a
-/// lead byte of a double-byte code page without its second byte, is left
-/// out, so that text read in pieces converts without a character cut in two.
-/// count for every other code page, and for one the platform lacks.
+/// character, end between two characters: a character cut short (UTF-8,
+/// the double-byte code pages, GB18030, EUC-JP and EUC-KR) is left out, so
+/// that text read in pieces converts without a character cut in two. count
+/// for single-byte code pages, code pages with shift states (ISO-2022-JP,
+/// UTF-7), and one the platform lacks.
 ZEL_API int WholeCharactersLength(const char* bytes, int count, UINT codePage);
 
 /// Whether text may be converted with codePage here: true for 0 (ANSI),
