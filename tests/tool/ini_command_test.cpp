@@ -195,9 +195,9 @@ TEST_F(IniCommand, ConvertRefusesWhatTheNewFileWouldNotHoldAndLeavesTheFileAlone
     };
     const Case cases[] = {
         // 437 lacks the dash, 1252 the ideograph, 932 the yen sign (its best fit is '\\').
-        {"437", "[Job]\r\nOp=Zo\xC3\xAB \xE2\x80\x94\r\n", "[Job] Op holds a character that 437 lacks"},
-        {"1252", "[Job]\r\nOp=\xE4\xB8\xAD\r\n", "that 1252 lacks"},
-        {"932", "[Job]\r\nYen=\xC2\xA5\r\n", "that 932 lacks"},
+        {"437", "\xEF\xBB\xBF[Job]\r\nOp=Zo\xC3\xAB \xE2\x80\x94\r\n", "[Job] Op holds a character that 437 lacks"},
+        {"1252", "\xEF\xBB\xBF[Job]\r\nOp=\xE4\xB8\xAD\r\n", "that 1252 lacks"},
+        {"932", "\xEF\xBB\xBF[Job]\r\nYen=\xC2\xA5\r\n", "that 932 lacks"},
         // The writer would put these keys under "[]", which no load accepts.
         {"utf-8", "top=1\r\n[Job]\r\nOp=x\r\n", "keys before the first section header"},
     };
