@@ -43,3 +43,19 @@ TEST_F(ZipCommand, RefusedArchivesExitTwoNamingTheEntry) {
     std::filesystem::remove(PathOf("slip.zip"));
 #endif
 }
+
+TEST_F(ZipCommand, EntriesInOtherMethodsAreNamedBeforeAnythingIsExtracted) {
+#ifndef _WIN32
+    if (std::system("command -v python3 >/dev/null 2>&1") != 0) GTEST_SKIP() << "python3 missing";
+    std::string make = "python3 -c \"import zipfile\nwith zipfile.ZipFile('" + PathOf("b.zip") +
+                       "','w') as z:\n z.writestr('a.txt','a')\n z.writestr('b.txt','b'*900,zipfile.ZIP_BZIP2)\"";
+    ASSERT_EQ(std::system(make.c_str()), 0);
+    ASSERT_EQ(Run("zip list " + Quoted("b.zip")), 0) << Errors();
+    EXPECT_NE(Output().find(" bzip2 "), std::string::npos) << Output();
+    EXPECT_EQ(Run("zip extract " + Quoted("b.zip") + " -d " + Quoted("out")), 1);
+    EXPECT_NE(Errors().find("b.txt is compressed with bzip2 (method 12)"), std::string::npos) << Errors();
+    EXPECT_FALSE(std::filesystem::exists(Folder() / "out/a.txt"));
+    std::filesystem::remove_all(PathOf("out"));
+    std::filesystem::remove(PathOf("b.zip"));
+#endif
+}

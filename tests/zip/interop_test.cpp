@@ -48,8 +48,7 @@ protected:
         std::filesystem::remove_all(Folder() / "src");
         std::filesystem::remove_all(Folder() / "out");
         std::filesystem::remove_all(Folder() / "their");
-        std::filesystem::remove(Folder() / "a.zip");
-        std::filesystem::remove(Folder() / "listing");
+        for (const char* name : {"a.zip", "a12.zip", "a14.zip", "listing"}) std::filesystem::remove(Folder() / name);
         zel_test::TempFolderTest::TearDown();
     }
     // Runs a shell command in Folder(); its output goes to the file "listing".
@@ -107,6 +106,25 @@ TEST_F(ZipInterop, OurArchivesPassTheirTestsAndKeepNamesAndModes) {
         ASSERT_EQ(Shell("zipinfo a.zip"), 0);
         EXPECT_NE(Get("listing").find("-rw-r--r--  3.0 unx"), std::string::npos) << Get("listing");
         std::filesystem::remove_all(Folder() / "their");
+    }
+}
+
+// minizip hands out bzip2 data undecoded: such entries, and LZMA ones, fail
+// to open as a damaged entry does, and leave no file.
+TEST_F(ZipInterop, EntriesInOtherMethodsFailToOpenAndLeaveNoFile) {
+    ASSERT_EQ(Shell("python3 -c \"import zipfile\nfor m in (zipfile.ZIP_BZIP2, zipfile.ZIP_LZMA):\n"
+                    " with zipfile.ZipFile('a%d.zip' % m, 'w', m) as z: z.writestr('x.txt', 'x' * 5000)\""),
+              0)
+        << Get("listing");
+    for (const char* name : {"a12.zip", "a14.zip"}) {
+        SCOPED_TRACE(name);
+        zel_zip::CUnZipArchive unzip;
+        ASSERT_TRUE(unzip.Open(W(PathOf(name)).c_str()));
+        unzip.SetDestinationFolder(W(PathOf("out")));
+        EXPECT_FALSE(unzip.ExtractAll(false, true, nullptr));
+        EXPECT_NE(unzip.GetErrorText().find(W("error opening password protected file")), WString::npos);
+        EXPECT_FALSE(unzip.WasRefused());
+        EXPECT_FALSE(std::filesystem::exists(Folder() / "out/x.txt"));
     }
 }
 

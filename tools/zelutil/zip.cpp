@@ -70,6 +70,22 @@ bool ParseOptions(const Args& args, std::size_t first, Options& options) {
     return true;
 }
 
+// How zip tools name a compression method.
+const char* MethodName(std::uint32_t method) {
+    switch (method) {
+    case 0: return "stored";
+    case 8: return "deflated";
+    case 9: return "deflate64";
+    case 12: return "bzip2";
+    case 14: return "lzma";
+    case 93: return "zstd";
+    case 95: return "xz";
+    case 98: return "ppmd";
+    case 99: return "aes";
+    default: return "other";
+    }
+}
+
 const char* PasswordOf(const Options& options) { return options.password ? options.password->c_str() : nullptr; }
 
 int List(const std::string& archivePath) {
@@ -81,9 +97,7 @@ int List(const std::string& archivePath) {
         char modified[32];
         std::snprintf(modified, sizeof modified, "%04u-%02u-%02u %02u:%02u", 1980 + ((d >> 25) & 0x7F),
                       (d >> 21) & 0x0F, (d >> 16) & 0x1F, (d >> 11) & 0x1F, (d >> 5) & 0x3F);
-        const char* method = entry.info.compressionMethod == 0 ? "stored"
-                             : entry.info.compressionMethod == 8 ? "deflated"
-                                                                  : "other";
+        const char* method = MethodName(entry.info.compressionMethod);
         std::printf("%12llu %12llu %-8s %-16s %s%s\n", static_cast<unsigned long long>(entry.info.uncompressedSize),
                     static_cast<unsigned long long>(entry.info.compressedSize), method, modified,
                     Utf8(entry.name).c_str(), (entry.info.flags & 1u) != 0 ? " (encrypted)" : "");
@@ -95,6 +109,18 @@ int Extract(const Options& options) {
     zel_zip::CUnZipArchive archive;
     if (!archive.Open(Wide(options.operands[0]).c_str())) return ArchiveError(archive);
     archive.SetDestinationFolder(Wide(options.folder));
+    // An entry the library cannot decompress is named before anything is
+    // written, rather than met half-way.
+    if (!archive.ReadContent()) return ArchiveError(archive);
+    for (const zel_zip::ZipEntry& entry : archive.GetEntries()) {
+        std::uint32_t method = entry.info.compressionMethod;
+        if (method != 0 && method != 8) {
+            std::fprintf(stderr, "zelutil zip: '%s': %s is compressed with %s (method %u), which zelutil cannot "
+                         "extract; nothing was extracted\n", options.operands[0].c_str(), Utf8(entry.name).c_str(),
+                         MethodName(method), static_cast<unsigned>(method));
+            return kExitFailure;
+        }
+    }
     if (!archive.ExtractAll(options.overwrite, true, PasswordOf(options))) return ArchiveError(archive);
     std::printf("extracted %zu entries to %s\n", archive.GetEntryCount(), options.folder.c_str());
     return kExitOk;

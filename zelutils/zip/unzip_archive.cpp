@@ -52,6 +52,9 @@ public:
     // UNZ_PARAMERROR, as minizip does for passwords it cannot use.
     int Open(const ZipEntryInfo& info, const char* password, const WString& archivePath) {
         expectedCrc_ = info.crc;
+        // minizip hands out bzip2 data undecoded, as if stored: only the
+        // methods read here are opened.
+        if (info.compressionMethod != 0 && info.compressionMethod != Z_DEFLATED) return UNZ_BADZIPFILE;
         bool encrypted = (info.flags & kEncryptedFlag) != 0;
         if (!encrypted && !IsLarge(info)) {
             int result = unzOpenCurrentFilePassword(archive_, nullptr);

@@ -82,7 +82,9 @@ public:
     /// Extracts the current entry. The destination is destinationPath when
     /// given, else the destination folder joined with the entry name (its
     /// folders kept with keepFolders, else only its last component). A name
-    /// ending in a separator makes a folder. password may be null.
+    /// ending in a separator makes a folder. password may be null. An entry
+    /// compressed with a method other than stored or deflated fails to open,
+    /// as a wrong password does.
     bool ExtractCurrent(const WString& name, const ZipEntryInfo& info, const WCHAR* destinationPath,
                         bool overwrite, bool keepFolders, const char* password);
     /// Finds the entry name (in the list read, else case-insensitively in the
