@@ -250,6 +250,16 @@ bool LeavesFolder(const WString& name) {
     return false;
 }
 
+// Whether an entry made on a Unix host is a regular file someone may
+// execute: a program or a script keeps that permission, the only one taken
+// from the archive.
+bool IsUnixExecutable(const ZipEntryInfo& info) {
+    constexpr std::uint32_t kUnixHost = 3;
+    std::uint32_t mode = info.externalAttributes >> 16;
+    std::uint32_t type = mode & 0170000u;
+    return (info.versionMadeBy >> 8) == kUnixHost && (type == 0 || type == 0100000u) && (mode & 0111u) != 0;
+}
+
 bool EndsWithSeparator(const WString& path) { return !path.empty() && IsSeparator(path.back()); }
 
 WString Normalised(WString path) {
@@ -507,6 +517,9 @@ bool CUnZipArchive::ExtractCurrent(const WString& name, const ZipEntryInfo& info
     }
     result = reader.Close();
     if (result != UNZ_OK) return Fail("error on closing compressed file in archive", result);
+    if (IsUnixExecutable(info) && !zel_platform::MakeExecutable(pending.Handle())) {
+        return Fail("error on writing extracted data to destination file", -1);
+    }
     SetTimesFromDosDate(pending.Handle(), info.dosDate);
     return pending.Commit(destination) || Fail("error on writing extracted data to destination file", -1);
 }

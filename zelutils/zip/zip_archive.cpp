@@ -202,7 +202,7 @@ bool CZipArchive::AddFile(const WCHAR* sourcePath, const WCHAR* nameInArchive, i
     zip_fileinfo info{};
     info.tmz_date = ZipTimeOf(status.ftLastWriteTime);
     bool readOnly = (status.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
-    uLong mode = 0100000u | (readOnly ? 0444u : 0644u);
+    uLong mode = 0100000u | (readOnly ? 0444u : 0644u) | (zel_platform::IsExecutable(source.Handle()) ? 0111u : 0u);
     info.external_fa = (mode << 16) | (readOnly ? FILE_ATTRIBUTE_READONLY : 0u);
     uLong flags = (zel_text::chars::IsAscii(name.data(), name.size()) ? 0u : kUtf8NameFlag) |
                   (password != nullptr ? kEncryptedFlag : 0u);

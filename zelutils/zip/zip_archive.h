@@ -3,7 +3,8 @@
 /// and folder trees, close with an optional comment. Data are deflated with
 /// zlib (stored at level 0). Names are stored as UTF-8, with the UTF-8 flag
 /// when they hold anything beyond ASCII, and entries record a Unix host with
-/// the file's mode so that other tools read both right. Entries over 4 GB
+/// a mode (0644, 0444 for a read-only file, with 0111 for one its owner may
+/// execute) so that other tools read both right. Entries over 4 GB
 /// and archives with more than 65,535 entries are written in ZIP64 form.
 ///
 /// A password encrypts an entry with the traditional zip encryption (done
