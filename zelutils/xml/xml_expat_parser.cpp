@@ -225,6 +225,14 @@ struct XmlExpatCallbacks {
     static void Characters(void* userData, const XML_Char* text, int length) {
         Guard(userData, [&](XmlExpatParser& parser) { parser.OnRawCharacterData(text, length); });
     }
+    // A reference to an entity the document declares nowhere it is read
+    // (only in an external DTD, which is never read): its text would be lost
+    // without a trace, so the parse fails, as it does when there is no DTD.
+    static void SkippedEntity(void* userData, const XML_Char* name, int isParameterEntity) {
+        if (isParameterEntity) return;
+        auto* parser = static_cast<XmlExpatParser*>(userData);
+        parser->Abort(("undefined entity &" + std::string(name) + ";").c_str());
+    }
 };
 
 XmlExpatParser::XmlExpatParser() = default;
@@ -243,6 +251,7 @@ void XmlExpatParser::CreateOrReset(const char* encoding) {
     XML_SetElementHandler(expat_, XmlExpatCallbacks::Start, XmlExpatCallbacks::End);
     XML_SetCharacterDataHandler(expat_, XmlExpatCallbacks::Characters);
     XML_SetUnknownEncodingHandler(expat_, OnUnknownEncoding, nullptr);
+    XML_SetSkippedEntityHandler(expat_, XmlExpatCallbacks::SkippedEntity);
     XML_SetUserData(expat_, this);
     failure_ = XmlParseFailure();
     abortReason_.clear();
