@@ -59,3 +59,18 @@ TEST_F(ZipCommand, EntriesInOtherMethodsAreNamedBeforeAnythingIsExtracted) {
     std::filesystem::remove(PathOf("b.zip"));
 #endif
 }
+
+TEST_F(ZipCommand, AnArchiveInsideItsFolderIsLeftOutAndNoNameIsAddedTwice) {
+    std::filesystem::create_directories(PathOf("tree"));
+    Write(PathOf("tree/a.txt"), "A");
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_EQ(Run("zip create " + Quoted("tree/t.zip") + " " + Quoted("tree")), 0) << Errors();
+    }
+    ASSERT_EQ(Run("zip list " + Quoted("tree/t.zip")), 0) << Errors();
+    EXPECT_EQ(Output().find("t.zip"), std::string::npos) << Output();
+    std::string before = Read(PathOf("tree/t.zip"));
+    EXPECT_EQ(Run("zip add " + Quoted("tree/t.zip") + " " + Quoted("tree")), 2);
+    EXPECT_NE(Errors().find("two entries named tree/a.txt"), std::string::npos) << Errors();
+    EXPECT_EQ(Read(PathOf("tree/t.zip")), before);
+    std::filesystem::remove_all(PathOf("tree"));
+}

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <iostream>
 #include <optional>
+#include <set>
 
 namespace zelutil {
 namespace {
@@ -134,6 +135,16 @@ std::string FolderName(std::string path) {
     return name == "." || name == ".." ? std::string() : name;
 }
 
+// The first name that entries repeat, or null: adding a name the archive
+// holds would add a second entry beside the first, not replace it.
+const WString* RepeatedName(const std::vector<zel_zip::ZipEntry>& entries) {
+    std::set<WString> seen;
+    for (const zel_zip::ZipEntry& entry : entries) {
+        if (!seen.insert(entry.name).second) return &entry.name;
+    }
+    return nullptr;
+}
+
 // Writes the archive under a temporary name (a copy of the old one when
 // adding), checks that it reads back, and only then puts it in place, so a
 // failure never leaves the user's archive changed.
@@ -152,6 +163,7 @@ int Write(const Options& options, bool add) {
         if (!archive.Open(scratch.c_str(), existing ? zel_zip::CZipArchive::kAddToArchive : 0)) {
             status = ArchiveError(archive);
         }
+        archive.SetReplacedArchive(target.c_str());
         for (std::size_t i = 1; status == kExitOk && i < options.operands.size(); ++i) {
             WString source = Wide(options.operands[i]);
             DWORD attributes = GetFileAttributesW(source.c_str());
@@ -166,7 +178,13 @@ int Write(const Options& options, bool add) {
     }
     if (status == kExitOk) {
         zel_zip::CUnZipArchive check;
-        if (!check.Open(scratch.c_str()) || !check.ReadContent()) status = ArchiveError(check);
+        if (!check.Open(scratch.c_str()) || !check.ReadContent()) {
+            status = ArchiveError(check);
+        } else if (const WString* twice = RepeatedName(check.GetEntries())) {
+            std::fprintf(stderr, "zelutil zip: '%s' would hold two entries named %s (add does not replace "
+                         "entries); nothing was changed\n", options.operands[0].c_str(), Utf8(*twice).c_str());
+            status = kExitUsage;
+        }
     }
     if (status == kExitOk && !MoveFileExW(scratch.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING)) {
         std::fprintf(stderr, "zelutil zip: cannot replace '%s': %s\n", options.operands[0].c_str(),

@@ -257,6 +257,8 @@ bool CZipArchive::AddFolder(const WCHAR* folderPath, const WCHAR* prefixInArchiv
         return AddFile(folderPath, name.c_str(), level, password, false);
     }
     std::filesystem::path self = AbsolutePath(archivePath_.c_str());
+    std::filesystem::path replaced;
+    if (!replacedPath_.empty()) replaced = AbsolutePath(replacedPath_.c_str());
     // Folders still to walk, each with its name in the archive.
     std::vector<std::pair<WString, WString>> pending{{root, prefix}};
     while (!pending.empty()) {
@@ -287,7 +289,8 @@ bool CZipArchive::AddFolder(const WCHAR* folderPath, const WCHAR* prefixInArchiv
                 }
                 continue;
             }
-            if (AbsolutePath(path.c_str()) == self) continue;
+            std::filesystem::path absolute = AbsolutePath(path.c_str());
+            if (absolute == self || absolute == replaced) continue;
             if (!AddFile(path.c_str(), entryName.c_str(), level, password, false)) return false;
         }
         // Walked after this folder's files, in name order.

@@ -51,17 +51,26 @@ public:
     bool AddFile(const WCHAR* sourcePath, const WCHAR* nameInArchive, int level, const char* password,
                  bool junkFolders);
     /// Adds every file under folderPath (recursively, in name order, skipping
-    /// the archive itself and links to folders), each named prefixInArchive
-    /// (when given) joined with its path below folderPath. A plain file path
-    /// is added as that one file. Stops at the first failure.
+    /// the archive itself, the one it replaces and links to folders), each
+    /// named prefixInArchive (when given) joined with its path below
+    /// folderPath. A plain file path is added as that one file. Stops at the
+    /// first failure.
     bool AddFolder(const WCHAR* folderPath, const WCHAR* prefixInArchive, int level,
                    const char* password = nullptr);
+
+    /// Names the archive this one replaces once complete (written under a
+    /// temporary name and renamed over it, so that a failure leaves the old
+    /// one), which AddFolder must not take in either; null for none.
+    void SetReplacedArchive(const WCHAR* path) { replacedPath_ = path != nullptr ? path : ZW(""); }
 
     /// The CRC-32 of the file at path, read in blocks of bufferSize bytes of
     /// buffer: 0 with *crcOut set, or -1 (and *crcOut 0 when the file cannot
     /// be opened). Writes "file <path> crc <hex>" to standard output, or
     /// "error in reading <path>" when a read fails.
     static int fileCrc(const WCHAR* path, void* buffer, std::int32_t bufferSize, unsigned long* crcOut);
+
+private:
+    WString replacedPath_;
 };
 
 }  // namespace zel_zip
