@@ -253,7 +253,7 @@ TEST_F(ZipArchiveTest, HostileNamesAndLinksAreRefusedBeforeAnythingIsWritten) {
     std::filesystem::create_directories(Folder() / "outside");
     const char* names[] = {"../evil", "a/../../evil", "a\\..\\..\\evil", "/tmp/evil", "\\evil", "C:evil", "c:/evil", ".."};
     for (const char* name : names) {
-        Put("bad.zip", RawArchive({{name, "x"}, {"fine", "y"}}));
+        Put("bad.zip", RawArchive({{"fine", "y"}, {name, "x"}}));
         CUnZipArchive unzip;
         OpenForExtraction(unzip, "bad.zip");
         EXPECT_FALSE(unzip.ExtractAll(true, true, nullptr)) << name;

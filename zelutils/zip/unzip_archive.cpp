@@ -550,6 +550,8 @@ bool CUnZipArchive::ExtractAll(bool overwrite, bool keepFolders, const char* pas
     if (entries_.empty() && !ReadContent()) return false;
     std::uint64_t needed = 0;
     for (const ZipEntry& entry : entries_) {
+        // A name leaving the folder refuses the archive before any entry is written.
+        if (LeavesFolder(entry.name)) return Refuse("entry name leaves the destination folder", entry.name, -1);
         needed += std::min<std::uint64_t>(entry.info.uncompressedSize, UINT64_MAX - needed);
     }
     std::uint64_t available = FreeSpaceFor(destinationFolder_);

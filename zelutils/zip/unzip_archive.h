@@ -95,7 +95,8 @@ public:
                  const char* password);
     /// Extracts every entry in order into the destination folder, reading the
     /// content first when the list is empty; stops at the first failure.
-    /// Refuses to start when the declared sizes exceed the free space there.
+    /// Refuses to start when an entry's name leaves the folder or the
+    /// declared sizes exceed the free space there.
     bool ExtractAll(bool overwrite, bool keepFolders, const char* password);
 
     /// The folder entries go to when no destination path is given.
