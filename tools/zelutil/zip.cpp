@@ -71,6 +71,10 @@ bool ParseOptions(const Args& args, std::size_t first, Options& options) {
     return true;
 }
 
+// The method of entries encrypted with AES, whose own header names the
+// compression.
+constexpr std::uint32_t kAesMethod = 99;
+
 // How zip tools name a compression method.
 const char* MethodName(std::uint32_t method) {
     switch (method) {
@@ -82,7 +86,7 @@ const char* MethodName(std::uint32_t method) {
     case 93: return "zstd";
     case 95: return "xz";
     case 98: return "ppmd";
-    case 99: return "aes";
+    case kAesMethod: return "AES";
     default: return "other";
     }
 }
@@ -116,9 +120,10 @@ int Extract(const Options& options) {
     for (const zel_zip::ZipEntry& entry : archive.GetEntries()) {
         std::uint32_t method = entry.info.compressionMethod;
         if (method != 0 && method != 8) {
-            std::fprintf(stderr, "zelutil zip: '%s': %s is compressed with %s (method %u), which zelutil cannot "
-                         "extract; nothing was extracted\n", options.operands[0].c_str(), Utf8(entry.name).c_str(),
-                         MethodName(method), static_cast<unsigned>(method));
+            std::fprintf(stderr, "zelutil zip: '%s': %s is %s with %s (method %u), which zelutil cannot extract; "
+                         "nothing was extracted\n", options.operands[0].c_str(), Utf8(entry.name).c_str(),
+                         method == kAesMethod ? "encrypted" : "compressed", MethodName(method),
+                         static_cast<unsigned>(method));
             return kExitFailure;
         }
     }
