@@ -74,3 +74,16 @@ TEST_F(ZipCommand, AnArchiveInsideItsFolderIsLeftOutAndNoNameIsAddedTwice) {
     EXPECT_EQ(Read(PathOf("tree/t.zip")), before);
     std::filesystem::remove_all(PathOf("tree"));
 }
+
+TEST_F(ZipCommand, AFileInTheWayIsNamedAndNothingIsExtracted) {
+    std::filesystem::create_directories(PathOf("tree"));
+    Write(PathOf("tree/a.txt"), "A");
+    Write(PathOf("tree/b.txt"), "B");
+    ASSERT_EQ(Run("zip create " + Quoted("t.zip") + " " + Quoted("tree")), 0) << Errors();
+    ASSERT_EQ(Run("zip extract " + Quoted("t.zip") + " -d " + Quoted("out")), 0) << Errors();
+    std::filesystem::remove(PathOf("out/tree/a.txt"));
+    EXPECT_EQ(Run("zip extract " + Quoted("t.zip") + " -d " + Quoted("out")), 1);
+    EXPECT_NE(Errors().find("tree/b.txt is in the way"), std::string::npos) << Errors();
+    EXPECT_FALSE(std::filesystem::exists(PathOf("out/tree/a.txt")));
+    for (const char* name : {"tree", "out", "t.zip"}) std::filesystem::remove_all(PathOf(name));
+}

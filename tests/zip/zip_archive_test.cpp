@@ -276,6 +276,24 @@ TEST_F(ZipArchiveTest, HostileNamesAndLinksAreRefusedBeforeAnythingIsWritten) {
     std::filesystem::remove(Folder() / "bad.zip");
 }
 
+// Re-extracting into a folder stops at a file in the way before writing any
+// entry, not half-way.
+TEST_F(ZipArchiveTest, AFileInTheWayStopsExtractAllBeforeAnythingIsWritten) {
+    std::filesystem::create_directories(Folder() / "out");
+    Put("out/b", "old");
+    Put("two.zip", RawArchive({{"a", "new a"}, {"b", "new b"}}));
+    CUnZipArchive unzip;
+    OpenForExtraction(unzip, "two.zip");
+    EXPECT_FALSE(unzip.ExtractAll(false, true, nullptr));
+    EXPECT_EQ(Error(unzip, "two.zip"), "filepath for extraction already exists");
+    EXPECT_FALSE(std::filesystem::exists(Folder() / "out/a"));
+    EXPECT_EQ(Get("out/b"), "old");
+    EXPECT_TRUE(unzip.ExtractAll(true, true, nullptr));
+    EXPECT_EQ(Get("out/b"), "new b");
+    std::filesystem::remove_all(Folder() / "out");
+    std::filesystem::remove(Folder() / "two.zip");
+}
+
 TEST_F(ZipArchiveTest, LyingSizesDamagedDataAndBombsAreRefused) {
     std::filesystem::create_directories(Folder() / "out");
     struct Case {

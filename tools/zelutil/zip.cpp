@@ -110,6 +110,24 @@ int List(const std::string& archivePath) {
     return kExitOk;
 }
 
+// After a refusal to overwrite, which comes before anything is written,
+// names the first file in an entry's way.
+void NameFileInTheWay(const zel_zip::CUnZipArchive& archive, const Options& options) {
+    const WString refusal = ZW("filepath for extraction already exists");
+    const WString& error = archive.GetErrorText();
+    if (error.size() < refusal.size() || error.compare(error.size() - refusal.size(), refusal.size(), refusal) != 0) {
+        return;
+    }
+    for (const zel_zip::ZipEntry& entry : archive.GetEntries()) {
+        DWORD attributes = GetFileAttributesW((Wide(options.folder) + ZW('/') + entry.name).c_str());
+        if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+            std::fprintf(stderr, "zelutil zip: %s is in the way in '%s' (--overwrite replaces it); nothing was "
+                         "extracted\n", Utf8(entry.name).c_str(), options.folder.c_str());
+            return;
+        }
+    }
+}
+
 int Extract(const Options& options) {
     zel_zip::CUnZipArchive archive;
     if (!archive.Open(Wide(options.operands[0]).c_str())) return ArchiveError(archive);
@@ -127,7 +145,11 @@ int Extract(const Options& options) {
             return kExitFailure;
         }
     }
-    if (!archive.ExtractAll(options.overwrite, true, PasswordOf(options))) return ArchiveError(archive);
+    if (!archive.ExtractAll(options.overwrite, true, PasswordOf(options))) {
+        int status = ArchiveError(archive);
+        NameFileInTheWay(archive, options);
+        return status;
+    }
     std::printf("extracted %zu entries to %s\n", archive.GetEntryCount(), options.folder.c_str());
     return kExitOk;
 }

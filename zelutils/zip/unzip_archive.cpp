@@ -260,6 +260,12 @@ bool IsUnixExecutable(const ZipEntryInfo& info) {
     return (info.versionMadeBy >> 8) == kUnixHost && (type == 0 || type == 0100000u) && (mode & 0111u) != 0;
 }
 
+// Whether something other than a folder is at path.
+bool IsFile(const WString& path) {
+    DWORD attributes = GetFileAttributesW(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+}
+
 bool EndsWithSeparator(const WString& path) { return !path.empty() && IsSeparator(path.back()); }
 
 WString Normalised(WString path) {
@@ -487,10 +493,7 @@ bool CUnZipArchive::ExtractCurrent(const WString& name, const ZipEntryInfo& info
     EntryReader reader(handle_);
     int result = reader.Open(info, password, archivePath_);
     if (result != UNZ_OK) return Fail("error opening password protected file", result);
-    DWORD existing = GetFileAttributesW(destination.c_str());
-    if (!overwrite && existing != INVALID_FILE_ATTRIBUTES && (existing & FILE_ATTRIBUTE_DIRECTORY) == 0) {
-        return Fail("filepath for extraction already exists", -1);
-    }
+    if (!overwrite && IsFile(destination)) return Fail("filepath for extraction already exists", -1);
     if (EndsWithSeparator(destination)) {
         return zel_fs::CreateFolderTree(destination.c_str()) || Fail("error opening destination file", -1);
     }
@@ -550,8 +553,11 @@ bool CUnZipArchive::ExtractAll(bool overwrite, bool keepFolders, const char* pas
     if (entries_.empty() && !ReadContent()) return false;
     std::uint64_t needed = 0;
     for (const ZipEntry& entry : entries_) {
-        // A name leaving the folder refuses the archive before any entry is written.
-        if (LeavesFolder(entry.name)) return Refuse("entry name leaves the destination folder", entry.name, -1);
+        // A name leaving the folder, or without overwrite a file in the way,
+        // stops the archive before any entry is written.
+        WString destination;
+        if (!MakeDestination(entry.name, nullptr, keepFolders, destination)) return false;
+        if (!overwrite && IsFile(destination)) return Fail("filepath for extraction already exists", -1);
         needed += std::min<std::uint64_t>(entry.info.uncompressedSize, UINT64_MAX - needed);
     }
     std::uint64_t available = FreeSpaceFor(destinationFolder_);

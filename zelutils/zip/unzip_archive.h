@@ -95,8 +95,9 @@ public:
                  const char* password);
     /// Extracts every entry in order into the destination folder, reading the
     /// content first when the list is empty; stops at the first failure.
-    /// Refuses to start when an entry's name leaves the folder or the
-    /// declared sizes exceed the free space there.
+    /// Writes nothing when an entry's name leaves the folder, when without
+    /// overwrite a file is in an entry's way, or when the declared sizes
+    /// exceed the free space there.
     bool ExtractAll(bool overwrite, bool keepFolders, const char* password);
 
     /// The folder entries go to when no destination path is given.
