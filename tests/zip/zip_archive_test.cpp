@@ -276,6 +276,31 @@ TEST_F(ZipArchiveTest, HostileNamesAndLinksAreRefusedBeforeAnythingIsWritten) {
     std::filesystem::remove(Folder() / "bad.zip");
 }
 
+// A DOS date holds 1980 to 2107: a file dated at the epoch (as reproducible
+// builds date theirs) or past 2107 gets the nearest end, not a date whose
+// bits overflowed.
+TEST_F(ZipArchiveTest, TimesOutsideTheDosRangeTakeItsNearestEnd) {
+    const SYSTEMTIME epoch{1970, 1, 0, 1, 0, 0, 1, 0}, late{2110, 5, 0, 5, 10, 0, 0, 0};
+    for (const SYSTEMTIME* time : {&epoch, &late}) {
+        Put("f", "x");
+        FILETIME stamp{};
+        ASSERT_TRUE(SystemTimeToFileTime(time, &stamp));
+        HANDLE file = CreateFileW(P("f").c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+        ASSERT_TRUE(SetFileTime(file, nullptr, nullptr, &stamp));
+        CloseHandle(file);
+        Write("t.zip", {{"f", "f"}});
+        CUnZipArchive unzip;
+        OpenForExtraction(unzip, "t.zip");
+        ASSERT_TRUE(unzip.ReadContent());
+        // 1980-01-01 00:00:00, or 2107-12-31 23:59:58.
+        std::uint32_t expected = time == &epoch ? (1u << 21 | 1u << 16)
+                                                : (127u << 25 | 12u << 21 | 31u << 16 | 23u << 11 | 59u << 5 | 29u);
+        EXPECT_EQ(unzip.GetEntries().at(0).info.dosDate, expected);
+    }
+    std::filesystem::remove(Folder() / "f");
+    std::filesystem::remove(Folder() / "t.zip");
+}
+
 // Re-extracting into a folder stops at a file in the way before writing any
 // entry, not half-way.
 TEST_F(ZipArchiveTest, AFileInTheWayStopsExtractAllBeforeAnythingIsWritten) {

@@ -45,12 +45,17 @@ std::string ArchiveName(const WCHAR* nameInArchive, bool junkFolders) {
     return std::string(utf8.GetString(), static_cast<std::size_t>(utf8.GetLength()));
 }
 
-// The entry date fields for a file's last-write time, as local time.
+// The entry date fields for a file's last-write time, as local time. A
+// DOS date holds the years 1980 to 2107: earlier or later times (a file
+// dated at the epoch, as reproducible builds date theirs) take the nearest
+// end instead of bits that overflow into an invalid date.
 tm_zip ZipTimeOf(const FILETIME& lastWrite) {
     FILETIME local{};
     SYSTEMTIME fields{};
     tm_zip time{};
     if (FileTimeToLocalFileTime(&lastWrite, &local) && FileTimeToSystemTime(&local, &fields)) {
+        if (fields.wYear < 1980) fields = SYSTEMTIME{1980, 1, 0, 1, 0, 0, 0, 0};
+        if (fields.wYear > 2107) fields = SYSTEMTIME{2107, 12, 0, 31, 23, 59, 58, 0};
         time.tm_sec = fields.wSecond;
         time.tm_min = fields.wMinute;
         time.tm_hour = fields.wHour;
