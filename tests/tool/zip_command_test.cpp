@@ -72,6 +72,9 @@ TEST_F(ZipCommand, AnArchiveInsideItsFolderIsLeftOutAndNoNameIsAddedTwice) {
     EXPECT_EQ(Run("zip add " + Quoted("tree/t.zip") + " " + Quoted("tree")), 2);
     EXPECT_NE(Errors().find("two entries named tree/a.txt"), std::string::npos) << Errors();
     EXPECT_EQ(Read(PathOf("tree/t.zip")), before);
+    EXPECT_EQ(Run("zip add " + Quoted("tree/t.zip") + " " + Quoted("missing")), 1);
+    EXPECT_NE(Errors().find("tree/t.zip archive error: error in opening source file"), std::string::npos)
+        << "the archive as the user named it, not its temporary name: " << Errors();
     std::filesystem::remove_all(PathOf("tree"));
 }
 

@@ -18,6 +18,10 @@
 #include <string>
 #include <vector>
 
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
+
 namespace {
 
 using zel_text::CZelStringUtf8;
@@ -275,6 +279,30 @@ TEST_F(ZipArchiveTest, HostileNamesAndLinksAreRefusedBeforeAnythingIsWritten) {
     std::filesystem::remove(Folder() / "outside");
     std::filesystem::remove(Folder() / "bad.zip");
 }
+
+#ifndef _WIN32
+// A FIFO would block the writer until someone writes into it: a folder's is
+// left out, and one named alone is refused.
+TEST_F(ZipArchiveTest, FifosAreNotReadFromAFolderNorAlone) {
+    std::filesystem::create_directories(Folder() / "tree");
+    Put("tree/a", "a");
+    ASSERT_EQ(mkfifo(PathOf("tree/fifo").c_str(), 0600), 0);
+    CZipArchive zip;
+    ASSERT_TRUE(zip.Open(P("t.zip").c_str(), 0));
+    EXPECT_TRUE(zip.AddFolder(P("tree").c_str(), nullptr, 6)) << U(zip.GetErrorText());
+    EXPECT_FALSE(zip.AddFile(P("tree/fifo").c_str(), W("fifo").c_str(), 6, nullptr, false));
+    EXPECT_EQ(U(zip.GetErrorText()), PathOf("t.zip") + " archive error: error in opening source file for reading.");
+    ASSERT_TRUE(zip.Close());
+    CUnZipArchive unzip;
+    OpenForExtraction(unzip, "t.zip");
+    ASSERT_TRUE(unzip.ReadContent());
+    ASSERT_EQ(unzip.GetEntryCount(), 1u);
+    EXPECT_EQ(unzip.GetEntries()[0].name, W("a"));
+    unzip.Close();
+    std::filesystem::remove_all(Folder() / "tree");
+    std::filesystem::remove(Folder() / "t.zip");
+}
+#endif
 
 // A DOS date holds 1980 to 2107: a file dated at the epoch (as reproducible
 // builds date theirs) or past 2107 gets the nearest end, not a date whose

@@ -26,8 +26,12 @@ std::string Utf8(const WString& wide) { return CZelStringUtf8(wide.c_str()).GetS
 
 // Prints the archive's error; refusals of hostile content are usage-class
 // failures (2) so scripts can tell them from I/O errors (1).
-int ArchiveError(const zel_zip::CZipBase& archive) {
-    std::fprintf(stderr, "zelutil zip: %s\n", Utf8(archive.GetErrorText()).c_str());
+// An archive written under a temporary name is named as the user named it.
+int ArchiveError(const zel_zip::CZipBase& archive, const std::string& shownPath = std::string()) {
+    std::string text = Utf8(archive.GetErrorText());
+    std::string path = Utf8(archive.GetArchivePath());
+    if (!shownPath.empty() && text.compare(0, path.size(), path) == 0) text.replace(0, path.size(), shownPath);
+    std::fprintf(stderr, "zelutil zip: %s\n", text.c_str());
     return archive.WasRefused() ? kExitUsage : kExitFailure;
 }
 
@@ -188,7 +192,7 @@ int Write(const Options& options, bool add) {
     {
         zel_zip::CZipArchive archive;
         if (!archive.Open(scratch.c_str(), existing ? zel_zip::CZipArchive::kAddToArchive : 0)) {
-            status = ArchiveError(archive);
+            status = ArchiveError(archive, options.operands[0]);
         }
         archive.SetReplacedArchive(target.c_str());
         for (std::size_t i = 1; status == kExitOk && i < options.operands.size(); ++i) {
@@ -198,15 +202,15 @@ int Write(const Options& options, bool add) {
                                  ? Wide(FolderName(options.operands[i]))
                                  : WString();
             if (!archive.AddFolder(source.c_str(), prefix.c_str(), options.level, PasswordOf(options))) {
-                status = ArchiveError(archive);
+                status = ArchiveError(archive, options.operands[0]);
             }
         }
-        if (status == kExitOk && !archive.Close(nullptr)) status = ArchiveError(archive);
+        if (status == kExitOk && !archive.Close(nullptr)) status = ArchiveError(archive, options.operands[0]);
     }
     if (status == kExitOk) {
         zel_zip::CUnZipArchive check;
         if (!check.Open(scratch.c_str()) || !check.ReadContent()) {
-            status = ArchiveError(check);
+            status = ArchiveError(check, options.operands[0]);
         } else if (const WString* twice = RepeatedName(check.GetEntries())) {
             std::fprintf(stderr, "zelutil zip: '%s' would hold two entries named %s (add does not replace "
                          "entries); nothing was changed\n", options.operands[0].c_str(), Utf8(*twice).c_str());

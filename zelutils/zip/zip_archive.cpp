@@ -188,6 +188,12 @@ bool CZipArchive::AddFile(const WCHAR* sourcePath, const WCHAR* nameInArchive, i
     ClearError();
     if (handle_ == nullptr) return Fail("error in opening file inside archive.", ZIP_PARAMERROR);
     // The source is opened before the entry, so a missing source adds nothing.
+    // A device or FIFO is no file to archive: opening a FIFO would wait for a
+    // writer that may never come.
+    DWORD attributes = sourcePath != nullptr ? GetFileAttributesW(sourcePath) : INVALID_FILE_ATTRIBUTES;
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DEVICE) != 0) {
+        return Fail("error in opening source file for reading.", -1);
+    }
     SourceFile source(sourcePath);
     BY_HANDLE_FILE_INFORMATION status{};
     if (source.Handle() == INVALID_HANDLE_VALUE || !GetFileInformationByHandle(source.Handle(), &status)) {
@@ -287,6 +293,8 @@ bool CZipArchive::AddFolder(const WCHAR* folderPath, const WCHAR* prefixInArchiv
         for (auto entry = found.rbegin(); entry != found.rend(); ++entry) {
             WString path = folder + ZW("\\") + entry->cFileName;
             WString entryName = name + entry->cFileName;
+            // Devices, FIFOs and sockets in the tree are left out, as zip does.
+            if ((entry->dwFileAttributes & FILE_ATTRIBUTE_DEVICE) != 0) continue;
             if ((entry->dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
                 // A link to a folder could lead back up the tree: not followed.
                 if ((entry->dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) {

@@ -44,17 +44,18 @@ public:
     /// dropped, `\` made `/`; with junkFolders only the last component) at
     /// the zlib level (0 stores), encrypted when password is not null. The
     /// entry takes the file's last-write time (as local time). Fails with
-    /// "error in opening source file for reading." (-1), "error in reading
+    /// "error in opening source file for reading." (-1; also for a device
+    /// or FIFO, which is not read), "error in reading
     /// source file." (-1), "error in opening file inside archive.", "error
     /// in writing file in the archive" or "error in closing file in the
     /// archive"; refuses names longer than 65,535 bytes.
     bool AddFile(const WCHAR* sourcePath, const WCHAR* nameInArchive, int level, const char* password,
                  bool junkFolders);
     /// Adds every file under folderPath (recursively, in name order, skipping
-    /// the archive itself, the one it replaces and links to folders), each
-    /// named prefixInArchive (when given) joined with its path below
-    /// folderPath. A plain file path is added as that one file. Stops at the
-    /// first failure.
+    /// the archive itself, the one it replaces, links to folders, devices,
+    /// FIFOs and sockets), each named prefixInArchive (when given) joined
+    /// with its path below folderPath. A plain file path is added as that one
+    /// file. Stops at the first failure.
     bool AddFolder(const WCHAR* folderPath, const WCHAR* prefixInArchive, int level,
                    const char* password = nullptr);
 
