@@ -223,4 +223,19 @@ TEST(XmlStrParser, ExternalEntitiesAreNeverRead) {
     }
 }
 
+// An XHTML page's &nbsp; is declared in a DTD that is never read: its text
+// must not vanish without a word. The internal subset's entities expand.
+TEST(XmlStrParser, EntitiesOnlyAnExternalDtdDeclaresFailTheParse) {
+    const std::string xhtml = "<!DOCTYPE html PUBLIC '-//W3C//DTD XHTML 1.0 Strict//EN' "
+                              "'http://www.w3.org/TR/xhtml1/DTD/xhtml1-strict.dtd'>\n<html><p>a&nbsp;b</p></html>";
+    zel::XmlTreeParser parser;
+    EXPECT_FALSE(parser.ParseMemory(xhtml.data(), xhtml.size()));
+    EXPECT_EQ(parser.LastFailure().message, "undefined entity &nbsp;");
+    EXPECT_EQ(parser.LastFailure().line, 2u);
+    const std::string declared = "<!DOCTYPE r SYSTEM 'r.dtd' [<!ENTITY co 'ACME'><!ENTITY % p SYSTEM 'p.ent'> %p;]>"
+                                 "<r>&co;</r>";
+    ASSERT_TRUE(parser.ParseMemory(declared.data(), declared.size())) << parser.LastFailure().message;
+    EXPECT_EQ(parser.Root()->Text(), W("ACME"));
+}
+
 }  // namespace

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstring>
 #include <new>
+#include <string>
 
 namespace zel {
 
@@ -92,6 +93,113 @@ private:
     HANDLE handle_;
 };
 
+// The code page of an encoding name Expat does not know itself (it knows
+// UTF-8, UTF-16, ISO-8859-1 and US-ASCII), by the names documents declare:
+// "windows-1252", "cp852", "ibm866", "iso-8859-2", "shift_jis", ...; 0 for
+// names without one.
+UINT CodePageOfEncoding(const char* declared) {
+    std::string name(declared);
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](unsigned char c) { return static_cast<char>(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c); });
+    static const struct {
+        const char* name;
+        UINT codePage;
+    } kNames[] = {
+        {"shift_jis", 932},   {"sjis", 932},     {"windows-31j", 932},    {"gb2312", 936},
+        {"gbk", 936},         {"euc-kr", 949},   {"ks_c_5601-1987", 949}, {"big5", 950},
+        {"tis-620", 874},     {"koi8-r", 20866}, {"koi8-u", 21866},       {"macintosh", 10000},
+        {"maccyrillic", 10007}, {"x-mac-cyrillic", 10007},
+    };
+    for (const auto& known : kNames) {
+        if (name == known.name) return known.codePage;
+    }
+    auto numberAfter = [&](const char* prefix) -> UINT {
+        std::size_t length = std::strlen(prefix);
+        if (name.compare(0, length, prefix) != 0 || name.size() == length || name.size() > length + 5 ||
+            name.find_first_not_of("0123456789", length) != std::string::npos) {
+            return 0;
+        }
+        return static_cast<UINT>(std::stoul(name.substr(length)));
+    };
+    for (const char* prefix : {"iso-8859-", "iso8859-", "iso_8859-"}) {
+        UINT part = numberAfter(prefix);
+        if ((part >= 2 && part <= 9) || part == 13 || part == 15) return 28590 + part;
+    }
+    for (const char* prefix : {"windows-", "x-cp", "cp", "ibm"}) {
+        if (UINT codePage = numberAfter(prefix)) return codePage;
+    }
+    return 0;
+}
+
+bool IsLeadByte(const CPINFO& info, unsigned byte) {
+    for (std::size_t i = 0; i + 1 < MAX_LEADBYTES && info.LeadByte[i] != 0; i += 2) {
+        if (byte >= info.LeadByte[i] && byte <= info.LeadByte[i + 1]) return true;
+    }
+    return false;
+}
+
+// A double-byte code page and the character its invalid sequences decode
+// to, packed in Expat's data pointer: code pages fit in 16 bits.
+void* PackDoubleByte(UINT codePage, WCHAR invalid) {
+    return reinterpret_cast<void*>(static_cast<std::uintptr_t>(codePage | static_cast<UINT>(invalid) << 16));
+}
+
+// A two-byte character of a double-byte code page, or -1 when the code page
+// does not define it: the conversion gives '?' or the code page's own
+// replacement (Shift-JIS's middle dot), which then must be the one sequence
+// that encodes it.
+int XMLCALL DecodeDoubleByte(void* data, const char* bytes) {
+    auto packed = static_cast<UINT>(reinterpret_cast<std::uintptr_t>(data));
+    UINT codePage = packed & 0xFFFF;
+    WCHAR wide[2] = {};
+    if (MultiByteToWideChar(codePage, 0, bytes, 2, wide, 2) != 1 || wide[0] == ZW('?')) return -1;
+    if (wide[0] == static_cast<WCHAR>(packed >> 16)) {
+        char encoded[4] = {};
+        if (WideCharToMultiByte(codePage, 0, wide, 1, encoded, sizeof encoded, nullptr, nullptr) != 2 ||
+            std::memcmp(encoded, bytes, 2) != 0) {
+            return -1;
+        }
+    }
+    return wide[0];
+}
+
+// Expat's hook for encodings it does not know: single-byte code pages, and
+// the double-byte ones whose lead bytes the platform reports (Shift-JIS, GBK,
+// UHC, Big5), decoded by the library's conversions. Bytes the code page
+// leaves undefined are malformed, as bytes that are not UTF-8 are in a UTF-8
+// document. Other names stay unknown, and the parse fails with Expat's
+// "unknown encoding".
+int XMLCALL OnUnknownEncoding(void*, const XML_Char* name, XML_Encoding* info) {
+    UINT codePage = CodePageOfEncoding(name);
+    CPINFO shape{};
+    if (codePage == 0 || codePage == CP_UTF8 || !GetCPInfo(codePage, &shape)) return XML_STATUS_ERROR;
+    bool doubleByte = shape.MaxCharSize == 2 && shape.LeadByte[0] != 0;
+    if (shape.MaxCharSize != 1 && !doubleByte) return XML_STATUS_ERROR;
+    for (unsigned byte = 0; byte < 256; ++byte) {
+        if (doubleByte && IsLeadByte(shape, byte)) {
+            info->map[byte] = -2;
+            continue;
+        }
+        char narrow = static_cast<char>(byte);
+        WCHAR wide = 0;
+        bool decoded = MultiByteToWideChar(codePage, 0, &narrow, 1, &wide, 1) == 1 && (wide != ZW('?') || byte == '?');
+        info->map[byte] = decoded ? wide : -1;
+    }
+    if (doubleByte) {
+        // 7F follows no lead byte in any of these code pages.
+        const char invalid[2] = {static_cast<char>(shape.LeadByte[0]), 0x7F};
+        WCHAR replacement[2] = {};
+        MultiByteToWideChar(codePage, 0, invalid, 2, replacement, 2);
+        info->data = PackDoubleByte(codePage, replacement[0]);
+        info->convert = DecodeDoubleByte;
+    } else {
+        info->data = nullptr;
+        info->convert = nullptr;
+    }
+    info->release = nullptr;
+    return XML_STATUS_OK;
+}
+
 }  // namespace
 
 // Expat's callbacks: each only calls the parser's raw operation. An
@@ -117,6 +225,14 @@ struct XmlExpatCallbacks {
     static void Characters(void* userData, const XML_Char* text, int length) {
         Guard(userData, [&](XmlExpatParser& parser) { parser.OnRawCharacterData(text, length); });
     }
+    // A reference to an entity the document declares nowhere it is read
+    // (only in an external DTD, which is never read): its text would be lost
+    // without a trace, so the parse fails, as it does when there is no DTD.
+    static void SkippedEntity(void* userData, const XML_Char* name, int isParameterEntity) {
+        if (isParameterEntity) return;
+        auto* parser = static_cast<XmlExpatParser*>(userData);
+        parser->Abort(("undefined entity &" + std::string(name) + ";").c_str());
+    }
 };
 
 XmlExpatParser::XmlExpatParser() = default;
@@ -134,6 +250,8 @@ void XmlExpatParser::CreateOrReset(const char* encoding) {
     }
     XML_SetElementHandler(expat_, XmlExpatCallbacks::Start, XmlExpatCallbacks::End);
     XML_SetCharacterDataHandler(expat_, XmlExpatCallbacks::Characters);
+    XML_SetUnknownEncodingHandler(expat_, OnUnknownEncoding, nullptr);
+    XML_SetSkippedEntityHandler(expat_, XmlExpatCallbacks::SkippedEntity);
     XML_SetUserData(expat_, this);
     failure_ = XmlParseFailure();
     abortReason_.clear();

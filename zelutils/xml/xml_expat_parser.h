@@ -11,7 +11,14 @@
 /// XmlTreeParser builds the whole document as one tree.
 ///
 /// Expat runs without namespace processing, with its amplification
-/// protection at its defaults; no external entity is ever read.
+/// protection at its defaults; no external entity is ever read, so a
+/// reference in the text to an entity declared only in an external DTD
+/// fails the parse ("undefined entity &name;"). Besides the
+/// encodings Expat knows (UTF-8, UTF-16, ISO-8859-1, US-ASCII), a document
+/// may declare a single-byte code page ("windows-1252", "iso-8859-2",
+/// "koi8-r", "ibm866", ...) or Shift_JIS, GBK/GB2312, EUC-KR/UHC or Big5,
+/// decoded as the library's conversions decode them; bytes a code page
+/// leaves undefined make the document malformed.
 ///
 /// Failure: the parse calls return false and, when asked, a message; they
 /// throw only what a handler throws (the parse stops at once and the
