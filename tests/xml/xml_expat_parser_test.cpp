@@ -115,6 +115,22 @@ TEST(XmlHybridParser, RecordsReachTheirHandlerWholeAndOnce) {
     EXPECT_EQ(parser.HookDepth(), 0);
 }
 
+// A name seen unregistered and registered later by a handler counts from
+// its next start tag on (the parser must not keep its earlier answer).
+TEST(XmlHybridParser, AHookRegisteredByAHandlerCountsFromTheNextStartTag) {
+    XmlExpatHybridParser parser;
+    std::vector<int> seen;
+    auto record = [&](XmlExpatHybridParser&, const XmlElementPtr& element) { seen.push_back(element->GetInt(W("n"))); };
+    parser.RegisterHook(W("r"), [&](XmlExpatHybridParser& from, const XmlElementPtr& element) {
+        record(from, element);
+        from.RegisterHook(W("s"), record);
+    });
+    const std::string doc = "<l><s n='1'/><r n='2'><s n='3'/></r><s n='4'/></l>";
+    ASSERT_TRUE(parser.ParseMemory(doc.data(), doc.size()));
+    EXPECT_EQ(seen, (std::vector<int>{2, 4}));
+    EXPECT_EQ(parser.HookDepth(), 0);
+}
+
 // The elements of a record share one block of memory: what a handler keeps
 // must survive the record, later records of the same parser (which reuse the
 // block only once it is free) and a release on another thread.
