@@ -30,23 +30,24 @@ void Report(CZelStringW* error, const CZelStringW& message) {
     if (error != nullptr) *error = message;
 }
 
-// UTF-8 from Expat (always well formed) as UTF-16, in a buffer of exactly
-// its length. Short texts, the usual ones, are converted on the stack (ASCII
-// widened directly) and copied once.
+// UTF-8 from Expat (always well formed) as UTF-16. Short texts, the usual
+// ones, are converted straight into a buffer of their byte length (ASCII
+// widened in line), which a few units of a non-ASCII text leave unused;
+// longer ones are measured first and get a buffer of exactly their length.
 CZelStringW FromUtf8(const char* text, int length) {
     constexpr int kShort = 64;
+    CZelStringW wide;
     if (length <= kShort) {
-        WCHAR units[kShort];
+        WCHAR* units = wide.GetBufferSetLength(length);
         bool ascii = true;
         for (int at = 0; at < length; ++at) {
             auto byte = static_cast<unsigned char>(text[at]);
             ascii &= byte < 0x80;
             units[at] = byte;
         }
-        int count = ascii ? length : zel_text::ConvertNarrowToWide(units, kShort, text, length, CP_UTF8);
-        return CZelStringW(units, count);
+        if (!ascii) wide.ReleaseBuffer(zel_text::ConvertNarrowToWide(units, length, text, length, CP_UTF8));
+        return wide;
     }
-    CZelStringW wide;
     int count = zel_text::MeasureNarrowToWide(text, length, CP_UTF8);
     count = zel_text::ConvertNarrowToWide(wide.GetBuffer(count), count, text, length, CP_UTF8);
     wide.ReleaseBuffer(count);
