@@ -333,14 +333,14 @@ public:
     }
 
     void* Allocate(std::size_t bytes, std::size_t alignment) {
-        char* at = Align(cursor_, alignment);
-        if (at == nullptr || bytes > static_cast<std::size_t>(end_ - at)) at = Grow(bytes, alignment);
+        std::size_t padding = Padding(cursor_, alignment);
+        char* at = padding + bytes <= static_cast<std::size_t>(end_ - cursor_) ? cursor_ + padding
+                                                                                 : Grow(bytes, alignment);
         cursor_ = at + bytes;
         used_ += bytes;
         zel_platform::AddReference(&refs_);
         return at;
     }
-    void Deallocate() noexcept { Drop(); }
     void Drop() noexcept {
         if (zel_platform::DropReference(&refs_) == 0) Free();
     }
@@ -366,9 +366,9 @@ private:
     explicit XmlRecordArena(std::size_t capacity)
         : cursor_(reinterpret_cast<char*>(this + 1)), end_(cursor_ + capacity), last_(capacity) {}
 
-    static char* Align(char* at, std::size_t alignment) {
+    static std::size_t Padding(const char* at, std::size_t alignment) {
         auto address = reinterpret_cast<std::uintptr_t>(at);
-        return at == nullptr ? nullptr : at + ((alignment - address % alignment) % alignment);
+        return (alignment - address % alignment) % alignment;
     }
 
     // A new chunk twice the size of the last (up to kLargest), or of bytes.
@@ -380,7 +380,7 @@ private:
         last_ = capacity;
         char* start = reinterpret_cast<char*>(chunk + 1);
         end_ = start + capacity;
-        return Align(start, alignment);
+        return start + Padding(start, alignment);
     }
 
     void Free() noexcept {
@@ -413,7 +413,7 @@ struct ArenaAllocator {
     T* allocate(std::size_t count) {
         return static_cast<T*>(arena->Allocate(count * sizeof(T), alignof(T)));
     }
-    void deallocate(T*, std::size_t) noexcept { arena->Deallocate(); }
+    void deallocate(T*, std::size_t) noexcept { arena->Drop(); }
     template <typename U>
     bool operator==(const ArenaAllocator<U>& other) const noexcept { return arena == other.arena; }
     template <typename U>
