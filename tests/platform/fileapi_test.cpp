@@ -393,6 +393,24 @@ TEST_F(FileApi, ReadOnlyAttributeMakesAReadOnlyFile) {
     Remove("f");
 }
 
+// Execute permission goes to those who may read, and no further; Windows
+// keeps none.
+TEST_F(FileApi, MakeExecutableFollowsTheReadPermissions) {
+    HANDLE file = Open("f", GENERIC_WRITE, CREATE_NEW);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+    namespace fs = std::filesystem;
+    fs::permissions(Folder() / "f", fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+    EXPECT_FALSE(zel_platform::IsExecutable(file));
+    EXPECT_TRUE(zel_platform::MakeExecutable(file));
+    CloseHandle(file);
+#ifndef _WIN32
+    EXPECT_EQ(fs::status(Folder() / "f").permissions(),
+              fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec);
+    EXPECT_FALSE(zel_platform::MakeExecutable(file)) << "a closed handle";
+#endif
+    Remove("f");
+}
+
 TEST_F(FileApi, WritePastTheSizeLimitFailsAsFileTooLarge) {
     if (!zel_platform::kEmulated) GTEST_SKIP() << "the size limit is a POSIX process setting";
     HANDLE file = Open("f", GENERIC_WRITE, CREATE_NEW);

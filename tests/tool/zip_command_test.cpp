@@ -43,3 +43,50 @@ TEST_F(ZipCommand, RefusedArchivesExitTwoNamingTheEntry) {
     std::filesystem::remove(PathOf("slip.zip"));
 #endif
 }
+
+TEST_F(ZipCommand, EntriesInOtherMethodsAreNamedBeforeAnythingIsExtracted) {
+#ifndef _WIN32
+    if (std::system("command -v python3 >/dev/null 2>&1") != 0) GTEST_SKIP() << "python3 missing";
+    std::string make = "python3 -c \"import zipfile\nwith zipfile.ZipFile('" + PathOf("b.zip") +
+                       "','w') as z:\n z.writestr('a.txt','a')\n z.writestr('b.txt','b'*900,zipfile.ZIP_BZIP2)\"";
+    ASSERT_EQ(std::system(make.c_str()), 0);
+    ASSERT_EQ(Run("zip list " + Quoted("b.zip")), 0) << Errors();
+    EXPECT_NE(Output().find(" bzip2 "), std::string::npos) << Output();
+    EXPECT_EQ(Run("zip extract " + Quoted("b.zip") + " -d " + Quoted("out")), 1);
+    EXPECT_NE(Errors().find("b.txt is compressed with bzip2 (method 12)"), std::string::npos) << Errors();
+    EXPECT_FALSE(std::filesystem::exists(Folder() / "out/a.txt"));
+    std::filesystem::remove_all(PathOf("out"));
+    std::filesystem::remove(PathOf("b.zip"));
+#endif
+}
+
+TEST_F(ZipCommand, AnArchiveInsideItsFolderIsLeftOutAndNoNameIsAddedTwice) {
+    std::filesystem::create_directories(PathOf("tree"));
+    Write(PathOf("tree/a.txt"), "A");
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_EQ(Run("zip create " + Quoted("tree/t.zip") + " " + Quoted("tree")), 0) << Errors();
+    }
+    ASSERT_EQ(Run("zip list " + Quoted("tree/t.zip")), 0) << Errors();
+    EXPECT_EQ(Output().find("t.zip"), std::string::npos) << Output();
+    std::string before = Read(PathOf("tree/t.zip"));
+    EXPECT_EQ(Run("zip add " + Quoted("tree/t.zip") + " " + Quoted("tree")), 2);
+    EXPECT_NE(Errors().find("two entries named tree/a.txt"), std::string::npos) << Errors();
+    EXPECT_EQ(Read(PathOf("tree/t.zip")), before);
+    EXPECT_EQ(Run("zip add " + Quoted("tree/t.zip") + " " + Quoted("missing")), 1);
+    EXPECT_NE(Errors().find("tree/t.zip archive error: error in opening source file"), std::string::npos)
+        << "the archive as the user named it, not its temporary name: " << Errors();
+    std::filesystem::remove_all(PathOf("tree"));
+}
+
+TEST_F(ZipCommand, AFileInTheWayIsNamedAndNothingIsExtracted) {
+    std::filesystem::create_directories(PathOf("tree"));
+    Write(PathOf("tree/a.txt"), "A");
+    Write(PathOf("tree/b.txt"), "B");
+    ASSERT_EQ(Run("zip create " + Quoted("t.zip") + " " + Quoted("tree")), 0) << Errors();
+    ASSERT_EQ(Run("zip extract " + Quoted("t.zip") + " -d " + Quoted("out")), 0) << Errors();
+    std::filesystem::remove(PathOf("out/tree/a.txt"));
+    EXPECT_EQ(Run("zip extract " + Quoted("t.zip") + " -d " + Quoted("out")), 1);
+    EXPECT_NE(Errors().find("tree/b.txt is in the way"), std::string::npos) << Errors();
+    EXPECT_FALSE(std::filesystem::exists(PathOf("out/tree/a.txt")));
+    for (const char* name : {"tree", "out", "t.zip"}) std::filesystem::remove_all(PathOf(name));
+}

@@ -281,3 +281,53 @@ TEST_F(XmlRealDocuments, LargeInstalledFilesMatchPythonsParser) {
 }
 
 }  // namespace
+
+// Documents declared in code pages Expat does not know itself, encoded by
+// Python's codecs: names, attributes and text read as the original text. A
+// byte the code page leaves undefined is malformed; a name without a code
+// page stays an unknown encoding.
+TEST_F(XmlRealDocuments, DeclaredCodePagesReadAsPythonWroteThem) {
+    const std::vector<std::pair<std::string, std::string>> samples = {
+        {"windows-1252", "Zo\xC3\xAB M\xC3\xBCller \xE2\x80\x93 5 \xE2\x82\xAC"},
+        {"Windows-1251", "\xD0\x9C\xD0\xBE\xD1\x81\xD0\xBA\xD0\xB2\xD0\xB0"},
+        {"ISO-8859-2", "\xC5\x81\xC3\xB3\x64\xC5\xBA \xC5\x90"},
+        {"koi8-r", "\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82"},
+        {"IBM866", "\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82"},
+        {"Shift_JIS", "\xE6\x9D\xB1\xE4\xBA\xAC\xE3\x82\xBF\xE3\x83\xAF\xE3\x83\xBC"},
+        {"big5", "\xE8\x87\xBA\xE5\x8C\x97"},
+        {"EUC-KR", "\xEC\x84\x9C\xEC\x9A\xB8"},
+        {"gb2312", "\xE5\x8C\x97\xE4\xBA\xAC"},
+    };
+    std::string script = "import sys\nfor i, (enc, text) in enumerate(zip(sys.argv[1::2], sys.argv[2::2])):\n"
+                         "    doc = '<?xml version=\"1.0\" encoding=\"%s\"?>\\n<%s a=\"%s\">%s</%s>'\n"
+                         "    doc = doc % (enc, text[0], text, text, text[0])\n"
+                         "    open('doc%d.xml' % i, 'wb').write(doc.encode(enc))\n";
+    Put("write.py", script);
+    std::string command = "cd \"" + Folder().string() + "\" && python3 write.py";
+    for (const auto& [encoding, text] : samples) command += " " + encoding + " '" + text + "'";
+    bool written = std::system(command.c_str()) == 0;
+    std::filesystem::remove(Folder() / "write.py");
+    for (std::size_t i = 0; written && i < samples.size(); ++i) {
+        SCOPED_TRACE(samples[i].first);
+        zel::XmlTreeParser parser;
+        std::string file = PathOf("doc" + std::to_string(i) + ".xml");
+        ASSERT_TRUE(parser.ParseWholeFile(W(file))) << parser.LastFailure().message;
+        CZelStringW text = W(samples[i].second);
+        EXPECT_EQ(U(parser.Root()->Text()), samples[i].second);
+        EXPECT_EQ(parser.Root()->GetString(W("a")), text);
+        EXPECT_EQ(parser.Root()->Name(), text.Left(1));
+        std::filesystem::remove(file);
+    }
+    if (!written) GTEST_SKIP() << "no python3 on this machine";
+
+    const std::pair<std::string, std::string> refused[] = {
+        {"<?xml version='1.0' encoding='windows-1253'?><d>\xAA</d>", "not well-formed (invalid token)"},
+        {"<?xml version='1.0' encoding='Shift_JIS'?><d>\x81\x7F</d>", "not well-formed (invalid token)"},
+        {"<?xml version='1.0' encoding='x-no-such-code-page'?><d/>", "unknown encoding"},
+    };
+    for (const auto& [document, reason] : refused) {
+        zel::XmlTreeParser parser;
+        EXPECT_FALSE(parser.ParseMemory(document.data(), document.size())) << document;
+        EXPECT_EQ(parser.LastFailure().message, reason) << document;
+    }
+}

@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -111,6 +113,52 @@ TEST(XmlHybridParser, RecordsReachTheirHandlerWholeAndOnce) {
                                 "end root[v=1](headmidtail)",
                             }));
     EXPECT_EQ(parser.HookDepth(), 0);
+}
+
+// A name seen unregistered and registered later by a handler counts from
+// its next start tag on (the parser must not keep its earlier answer).
+TEST(XmlHybridParser, AHookRegisteredByAHandlerCountsFromTheNextStartTag) {
+    XmlExpatHybridParser parser;
+    std::vector<int> seen;
+    auto record = [&](XmlExpatHybridParser&, const XmlElementPtr& element) { seen.push_back(element->GetInt(W("n"))); };
+    parser.RegisterHook(W("r"), [&](XmlExpatHybridParser& from, const XmlElementPtr& element) {
+        record(from, element);
+        from.RegisterHook(W("s"), record);
+    });
+    const std::string doc = "<l><s n='1'/><r n='2'><s n='3'/></r><s n='4'/></l>";
+    ASSERT_TRUE(parser.ParseMemory(doc.data(), doc.size()));
+    EXPECT_EQ(seen, (std::vector<int>{2, 4}));
+    EXPECT_EQ(parser.HookDepth(), 0);
+}
+
+// The elements of a record share one block of memory: what a handler keeps
+// must survive the record, later records of the same parser (which reuse the
+// block only once it is free) and a release on another thread.
+TEST(XmlHybridParser, ElementsKeptAfterTheirRecordStayWhole) {
+    XmlExpatHybridParser parser;
+    std::vector<XmlElementPtr> kept;
+    std::vector<std::weak_ptr<zel::XmlElement>> watched;
+    parser.RegisterHook(W("r"), [&](XmlExpatHybridParser&, const XmlElementPtr& record) {
+        int id = record->GetInt(W("id"));
+        if (id % 3 == 0) kept.push_back(record->Children()[1]);
+        watched.push_back(record);
+        EXPECT_EQ(record->Children()[0]->shared_from_this(), record->Children()[0]);
+    });
+    std::string doc = "<l>";
+    for (int id = 0; id < 40; ++id) {
+        std::string text(static_cast<std::size_t>(id * 7), 'x');  // records of growing size
+        doc += "<r id='" + std::to_string(id) + "'><a>" + text + "</a><b n='" + std::to_string(id) + "'>" +
+               std::to_string(id) + "<c/></b></r>";
+    }
+    doc += "</l>";
+    for (int round = 0; round < 2; ++round) ASSERT_TRUE(parser.ParseMemory(doc.data(), doc.size()));
+    ASSERT_EQ(kept.size(), 28u);
+    for (std::size_t at = 0; at < kept.size(); ++at) {
+        int id = static_cast<int>(at % 14) * 3;
+        EXPECT_EQ(Describe(*kept[at]), "b[n=" + std::to_string(id) + "](" + std::to_string(id) + "|c())");
+    }
+    for (const auto& record : watched) EXPECT_TRUE(record.expired());  // a kept child keeps only itself alive
+    std::thread([released = std::move(kept)]() mutable { released.clear(); }).join();
 }
 
 struct CountingImporter : zel::IDomXmlHookImporter {
@@ -221,6 +269,21 @@ TEST(XmlStrParser, ExternalEntitiesAreNeverRead) {
     if (parser.ParseMemory(doc.data(), doc.size())) {
         EXPECT_TRUE(parser.Root()->Text().IsEmpty());
     }
+}
+
+// An XHTML page's &nbsp; is declared in a DTD that is never read: its text
+// must not vanish without a word. The internal subset's entities expand.
+TEST(XmlStrParser, EntitiesOnlyAnExternalDtdDeclaresFailTheParse) {
+    const std::string xhtml = "<!DOCTYPE html PUBLIC '-//W3C//DTD XHTML 1.0 Strict//EN' "
+                              "'http://www.w3.org/TR/xhtml1/DTD/xhtml1-strict.dtd'>\n<html><p>a&nbsp;b</p></html>";
+    zel::XmlTreeParser parser;
+    EXPECT_FALSE(parser.ParseMemory(xhtml.data(), xhtml.size()));
+    EXPECT_EQ(parser.LastFailure().message, "undefined entity &nbsp;");
+    EXPECT_EQ(parser.LastFailure().line, 2u);
+    const std::string declared = "<!DOCTYPE r SYSTEM 'r.dtd' [<!ENTITY co 'ACME'><!ENTITY % p SYSTEM 'p.ent'> %p;]>"
+                                 "<r>&co;</r>";
+    ASSERT_TRUE(parser.ParseMemory(declared.data(), declared.size())) << parser.LastFailure().message;
+    EXPECT_EQ(parser.Root()->Text(), W("ACME"));
 }
 
 }  // namespace

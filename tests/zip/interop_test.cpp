@@ -1,6 +1,7 @@
 // Archives exchanged with Info-ZIP zip/unzip and Python's zipfile: theirs
 // extract byte for byte, ours pass their tests (encrypted ones included) and
-// keep UTF-8 names and Unix modes. Skipped where the tools are missing.
+// keep UTF-8 names and Unix modes; scripts stay executable both ways.
+// Skipped where the tools are missing.
 #include "zelutils/zip/unzip_archive.h"
 #include "zelutils/zip/zip_archive.h"
 
@@ -43,13 +44,15 @@ protected:
         Put("src/text.txt", std::string(50000, 't') + "end\n");
         Put("src/sub/binary.bin", binary_);
         Put("src/sub/n\xC3\xA4me \xE2\x82\xAC.txt", "utf-8 named\n");
+        Put("src/run.sh", "#!/bin/sh\n");
+        std::filesystem::permissions(Folder() / "src/run.sh", std::filesystem::perms::owner_exec,
+                                     std::filesystem::perm_options::add);
     }
     void TearDown() override {
         std::filesystem::remove_all(Folder() / "src");
         std::filesystem::remove_all(Folder() / "out");
         std::filesystem::remove_all(Folder() / "their");
-        std::filesystem::remove(Folder() / "a.zip");
-        std::filesystem::remove(Folder() / "listing");
+        for (const char* name : {"a.zip", "a12.zip", "a14.zip", "listing"}) std::filesystem::remove(Folder() / name);
         zel_test::TempFolderTest::TearDown();
     }
     // Runs a shell command in Folder(); its output goes to the file "listing".
@@ -60,6 +63,12 @@ protected:
         EXPECT_TRUE(Get(extracted + "/src/text.txt") == Get("src/text.txt"));
         EXPECT_TRUE(Get(extracted + "/src/sub/binary.bin") == binary_);
         EXPECT_EQ(Get(extracted + "/src/sub/n\xC3\xA4me \xE2\x82\xAC.txt"), "utf-8 named\n");
+        auto executable = [&](const char* name) {
+            auto permissions = std::filesystem::status(Folder() / extracted / name).permissions();
+            return (permissions & std::filesystem::perms::owner_exec) != std::filesystem::perms::none;
+        };
+        EXPECT_TRUE(executable("src/run.sh")) << "a script stays executable";
+        EXPECT_FALSE(executable("src/text.txt"));
     }
 
     std::string binary_ = std::string(70000, '\0');
@@ -106,7 +115,27 @@ TEST_F(ZipInterop, OurArchivesPassTheirTestsAndKeepNamesAndModes) {
         ExpectSameTree("their");
         ASSERT_EQ(Shell("zipinfo a.zip"), 0);
         EXPECT_NE(Get("listing").find("-rw-r--r--  3.0 unx"), std::string::npos) << Get("listing");
+        EXPECT_NE(Get("listing").find("-rwxr-xr-x  3.0 unx"), std::string::npos) << Get("listing");
         std::filesystem::remove_all(Folder() / "their");
+    }
+}
+
+// minizip hands out bzip2 data undecoded: such entries, and LZMA ones, fail
+// to open as a damaged entry does, and leave no file.
+TEST_F(ZipInterop, EntriesInOtherMethodsFailToOpenAndLeaveNoFile) {
+    ASSERT_EQ(Shell("python3 -c \"import zipfile\nfor m in (zipfile.ZIP_BZIP2, zipfile.ZIP_LZMA):\n"
+                    " with zipfile.ZipFile('a%d.zip' % m, 'w', m) as z: z.writestr('x.txt', 'x' * 5000)\""),
+              0)
+        << Get("listing");
+    for (const char* name : {"a12.zip", "a14.zip"}) {
+        SCOPED_TRACE(name);
+        zel_zip::CUnZipArchive unzip;
+        ASSERT_TRUE(unzip.Open(W(PathOf(name)).c_str()));
+        unzip.SetDestinationFolder(W(PathOf("out")));
+        EXPECT_FALSE(unzip.ExtractAll(false, true, nullptr));
+        EXPECT_NE(unzip.GetErrorText().find(W("error opening password protected file")), WString::npos);
+        EXPECT_FALSE(unzip.WasRefused());
+        EXPECT_FALSE(std::filesystem::exists(Folder() / "out/x.txt"));
     }
 }
 

@@ -18,6 +18,10 @@
 #include <string>
 #include <vector>
 
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
+
 namespace {
 
 using zel_text::CZelStringUtf8;
@@ -253,7 +257,7 @@ TEST_F(ZipArchiveTest, HostileNamesAndLinksAreRefusedBeforeAnythingIsWritten) {
     std::filesystem::create_directories(Folder() / "outside");
     const char* names[] = {"../evil", "a/../../evil", "a\\..\\..\\evil", "/tmp/evil", "\\evil", "C:evil", "c:/evil", ".."};
     for (const char* name : names) {
-        Put("bad.zip", RawArchive({{name, "x"}, {"fine", "y"}}));
+        Put("bad.zip", RawArchive({{"fine", "y"}, {name, "x"}}));
         CUnZipArchive unzip;
         OpenForExtraction(unzip, "bad.zip");
         EXPECT_FALSE(unzip.ExtractAll(true, true, nullptr)) << name;
@@ -274,6 +278,73 @@ TEST_F(ZipArchiveTest, HostileNamesAndLinksAreRefusedBeforeAnythingIsWritten) {
     EXPECT_TRUE(std::filesystem::is_empty(Folder() / "outside"));
     std::filesystem::remove(Folder() / "outside");
     std::filesystem::remove(Folder() / "bad.zip");
+}
+
+#ifndef _WIN32
+// A FIFO would block the writer until someone writes into it: a folder's is
+// left out, and one named alone is refused.
+TEST_F(ZipArchiveTest, FifosAreNotReadFromAFolderNorAlone) {
+    std::filesystem::create_directories(Folder() / "tree");
+    Put("tree/a", "a");
+    ASSERT_EQ(mkfifo(PathOf("tree/fifo").c_str(), 0600), 0);
+    CZipArchive zip;
+    ASSERT_TRUE(zip.Open(P("t.zip").c_str(), 0));
+    EXPECT_TRUE(zip.AddFolder(P("tree").c_str(), nullptr, 6)) << U(zip.GetErrorText());
+    EXPECT_FALSE(zip.AddFile(P("tree/fifo").c_str(), W("fifo").c_str(), 6, nullptr, false));
+    EXPECT_EQ(U(zip.GetErrorText()), PathOf("t.zip") + " archive error: error in opening source file for reading.");
+    ASSERT_TRUE(zip.Close());
+    CUnZipArchive unzip;
+    OpenForExtraction(unzip, "t.zip");
+    ASSERT_TRUE(unzip.ReadContent());
+    ASSERT_EQ(unzip.GetEntryCount(), 1u);
+    EXPECT_EQ(unzip.GetEntries()[0].name, W("a"));
+    unzip.Close();
+    std::filesystem::remove_all(Folder() / "tree");
+    std::filesystem::remove(Folder() / "t.zip");
+}
+#endif
+
+// A DOS date holds 1980 to 2107: a file dated at the epoch (as reproducible
+// builds date theirs) or past 2107 gets the nearest end, not a date whose
+// bits overflowed.
+TEST_F(ZipArchiveTest, TimesOutsideTheDosRangeTakeItsNearestEnd) {
+    const SYSTEMTIME epoch{1970, 1, 0, 1, 0, 0, 1, 0}, late{2110, 5, 0, 5, 10, 0, 0, 0};
+    for (const SYSTEMTIME* time : {&epoch, &late}) {
+        Put("f", "x");
+        FILETIME stamp{};
+        ASSERT_TRUE(SystemTimeToFileTime(time, &stamp));
+        HANDLE file = CreateFileW(P("f").c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+        ASSERT_TRUE(SetFileTime(file, nullptr, nullptr, &stamp));
+        CloseHandle(file);
+        Write("t.zip", {{"f", "f"}});
+        CUnZipArchive unzip;
+        OpenForExtraction(unzip, "t.zip");
+        ASSERT_TRUE(unzip.ReadContent());
+        // 1980-01-01 00:00:00, or 2107-12-31 23:59:58.
+        std::uint32_t expected = time == &epoch ? (1u << 21 | 1u << 16)
+                                                : (127u << 25 | 12u << 21 | 31u << 16 | 23u << 11 | 59u << 5 | 29u);
+        EXPECT_EQ(unzip.GetEntries().at(0).info.dosDate, expected);
+    }
+    std::filesystem::remove(Folder() / "f");
+    std::filesystem::remove(Folder() / "t.zip");
+}
+
+// Re-extracting into a folder stops at a file in the way before writing any
+// entry, not half-way.
+TEST_F(ZipArchiveTest, AFileInTheWayStopsExtractAllBeforeAnythingIsWritten) {
+    std::filesystem::create_directories(Folder() / "out");
+    Put("out/b", "old");
+    Put("two.zip", RawArchive({{"a", "new a"}, {"b", "new b"}}));
+    CUnZipArchive unzip;
+    OpenForExtraction(unzip, "two.zip");
+    EXPECT_FALSE(unzip.ExtractAll(false, true, nullptr));
+    EXPECT_EQ(Error(unzip, "two.zip"), "filepath for extraction already exists");
+    EXPECT_FALSE(std::filesystem::exists(Folder() / "out/a"));
+    EXPECT_EQ(Get("out/b"), "old");
+    EXPECT_TRUE(unzip.ExtractAll(true, true, nullptr));
+    EXPECT_EQ(Get("out/b"), "new b");
+    std::filesystem::remove_all(Folder() / "out");
+    std::filesystem::remove(Folder() / "two.zip");
 }
 
 TEST_F(ZipArchiveTest, LyingSizesDamagedDataAndBombsAreRefused) {

@@ -103,12 +103,14 @@ const std::vector<Command>& Commands() {
          "uses the traditional zip encryption (weak); '--password -' reads it from standard\n"
          "input. Extraction keeps the archive's folders below DIR (default: the current\n"
          "folder) and replaces existing files only with --overwrite. Create and add write a\n"
-         "new archive beside the old one and replace it only once it reads back whole.\n\n"
+         "new archive beside the old one and replace it only once it reads back whole; they\n"
+         "leave out the archive itself and refuse a name the archive already holds.\n\n"
          "examples: zelutil zip create backup.zip settings/ --level 9\n"
          "          zelutil zip extract backup.zip -d restored\n\n"
-         "exit codes: 0 done; 1 an archive or file error; 2 bad arguments, or a refused\n"
-         "archive (an entry leaving the folder, sizes that lie, overlapping entries, more\n"
-         "than the disk holds), with the entry and the reason.\n",
+         "exit codes: 0 done; 1 an archive or file error, or an entry in a compression\n"
+         "method other than stored and deflated; 2 bad arguments, a name added twice, or a\n"
+         "refused archive (an entry leaving the folder, sizes that lie, overlapping entries,\n"
+         "more than the disk holds), with the entry and the reason.\n",
          RunZip},
         {"xml", "read XML documents and write a sample",
          "usage: zelutil xml dump FILE                     (the tree as indented text)\n"

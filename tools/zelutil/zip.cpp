@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <iostream>
 #include <optional>
+#include <set>
 
 namespace zelutil {
 namespace {
@@ -25,8 +26,12 @@ std::string Utf8(const WString& wide) { return CZelStringUtf8(wide.c_str()).GetS
 
 // Prints the archive's error; refusals of hostile content are usage-class
 // failures (2) so scripts can tell them from I/O errors (1).
-int ArchiveError(const zel_zip::CZipBase& archive) {
-    std::fprintf(stderr, "zelutil zip: %s\n", Utf8(archive.GetErrorText()).c_str());
+// An archive written under a temporary name is named as the user named it.
+int ArchiveError(const zel_zip::CZipBase& archive, const std::string& shownPath = std::string()) {
+    std::string text = Utf8(archive.GetErrorText());
+    std::string path = Utf8(archive.GetArchivePath());
+    if (!shownPath.empty() && text.compare(0, path.size(), path) == 0) text.replace(0, path.size(), shownPath);
+    std::fprintf(stderr, "zelutil zip: %s\n", text.c_str());
     return archive.WasRefused() ? kExitUsage : kExitFailure;
 }
 
@@ -70,6 +75,26 @@ bool ParseOptions(const Args& args, std::size_t first, Options& options) {
     return true;
 }
 
+// The method of entries encrypted with AES, whose own header names the
+// compression.
+constexpr std::uint32_t kAesMethod = 99;
+
+// How zip tools name a compression method.
+const char* MethodName(std::uint32_t method) {
+    switch (method) {
+    case 0: return "stored";
+    case 8: return "deflated";
+    case 9: return "deflate64";
+    case 12: return "bzip2";
+    case 14: return "lzma";
+    case 93: return "zstd";
+    case 95: return "xz";
+    case 98: return "ppmd";
+    case kAesMethod: return "AES";
+    default: return "other";
+    }
+}
+
 const char* PasswordOf(const Options& options) { return options.password ? options.password->c_str() : nullptr; }
 
 int List(const std::string& archivePath) {
@@ -81,9 +106,7 @@ int List(const std::string& archivePath) {
         char modified[32];
         std::snprintf(modified, sizeof modified, "%04u-%02u-%02u %02u:%02u", 1980 + ((d >> 25) & 0x7F),
                       (d >> 21) & 0x0F, (d >> 16) & 0x1F, (d >> 11) & 0x1F, (d >> 5) & 0x3F);
-        const char* method = entry.info.compressionMethod == 0 ? "stored"
-                             : entry.info.compressionMethod == 8 ? "deflated"
-                                                                  : "other";
+        const char* method = MethodName(entry.info.compressionMethod);
         std::printf("%12llu %12llu %-8s %-16s %s%s\n", static_cast<unsigned long long>(entry.info.uncompressedSize),
                     static_cast<unsigned long long>(entry.info.compressedSize), method, modified,
                     Utf8(entry.name).c_str(), (entry.info.flags & 1u) != 0 ? " (encrypted)" : "");
@@ -91,11 +114,46 @@ int List(const std::string& archivePath) {
     return kExitOk;
 }
 
+// After a refusal to overwrite, which comes before anything is written,
+// names the first file in an entry's way.
+void NameFileInTheWay(const zel_zip::CUnZipArchive& archive, const Options& options) {
+    const WString refusal = ZW("filepath for extraction already exists");
+    const WString& error = archive.GetErrorText();
+    if (error.size() < refusal.size() || error.compare(error.size() - refusal.size(), refusal.size(), refusal) != 0) {
+        return;
+    }
+    for (const zel_zip::ZipEntry& entry : archive.GetEntries()) {
+        DWORD attributes = GetFileAttributesW((Wide(options.folder) + ZW('/') + entry.name).c_str());
+        if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+            std::fprintf(stderr, "zelutil zip: %s is in the way in '%s' (--overwrite replaces it); nothing was "
+                         "extracted\n", Utf8(entry.name).c_str(), options.folder.c_str());
+            return;
+        }
+    }
+}
+
 int Extract(const Options& options) {
     zel_zip::CUnZipArchive archive;
     if (!archive.Open(Wide(options.operands[0]).c_str())) return ArchiveError(archive);
     archive.SetDestinationFolder(Wide(options.folder));
-    if (!archive.ExtractAll(options.overwrite, true, PasswordOf(options))) return ArchiveError(archive);
+    // An entry the library cannot decompress is named before anything is
+    // written, rather than met half-way.
+    if (!archive.ReadContent()) return ArchiveError(archive);
+    for (const zel_zip::ZipEntry& entry : archive.GetEntries()) {
+        std::uint32_t method = entry.info.compressionMethod;
+        if (method != 0 && method != 8) {
+            std::fprintf(stderr, "zelutil zip: '%s': %s is %s with %s (method %u), which zelutil cannot extract; "
+                         "nothing was extracted\n", options.operands[0].c_str(), Utf8(entry.name).c_str(),
+                         method == kAesMethod ? "encrypted" : "compressed", MethodName(method),
+                         static_cast<unsigned>(method));
+            return kExitFailure;
+        }
+    }
+    if (!archive.ExtractAll(options.overwrite, true, PasswordOf(options))) {
+        int status = ArchiveError(archive);
+        NameFileInTheWay(archive, options);
+        return status;
+    }
     std::printf("extracted %zu entries to %s\n", archive.GetEntryCount(), options.folder.c_str());
     return kExitOk;
 }
@@ -106,6 +164,16 @@ std::string FolderName(std::string path) {
     while (path.size() > 1 && (path.back() == '/' || path.back() == '\\')) path.pop_back();
     std::string name = path.substr(path.find_last_of("/\\") == std::string::npos ? 0 : path.find_last_of("/\\") + 1);
     return name == "." || name == ".." ? std::string() : name;
+}
+
+// The first name that entries repeat, or null: adding a name the archive
+// holds would add a second entry beside the first, not replace it.
+const WString* RepeatedName(const std::vector<zel_zip::ZipEntry>& entries) {
+    std::set<WString> seen;
+    for (const zel_zip::ZipEntry& entry : entries) {
+        if (!seen.insert(entry.name).second) return &entry.name;
+    }
+    return nullptr;
 }
 
 // Writes the archive under a temporary name (a copy of the old one when
@@ -124,8 +192,9 @@ int Write(const Options& options, bool add) {
     {
         zel_zip::CZipArchive archive;
         if (!archive.Open(scratch.c_str(), existing ? zel_zip::CZipArchive::kAddToArchive : 0)) {
-            status = ArchiveError(archive);
+            status = ArchiveError(archive, options.operands[0]);
         }
+        archive.SetReplacedArchive(target.c_str());
         for (std::size_t i = 1; status == kExitOk && i < options.operands.size(); ++i) {
             WString source = Wide(options.operands[i]);
             DWORD attributes = GetFileAttributesW(source.c_str());
@@ -133,14 +202,20 @@ int Write(const Options& options, bool add) {
                                  ? Wide(FolderName(options.operands[i]))
                                  : WString();
             if (!archive.AddFolder(source.c_str(), prefix.c_str(), options.level, PasswordOf(options))) {
-                status = ArchiveError(archive);
+                status = ArchiveError(archive, options.operands[0]);
             }
         }
-        if (status == kExitOk && !archive.Close(nullptr)) status = ArchiveError(archive);
+        if (status == kExitOk && !archive.Close(nullptr)) status = ArchiveError(archive, options.operands[0]);
     }
     if (status == kExitOk) {
         zel_zip::CUnZipArchive check;
-        if (!check.Open(scratch.c_str()) || !check.ReadContent()) status = ArchiveError(check);
+        if (!check.Open(scratch.c_str()) || !check.ReadContent()) {
+            status = ArchiveError(check, options.operands[0]);
+        } else if (const WString* twice = RepeatedName(check.GetEntries())) {
+            std::fprintf(stderr, "zelutil zip: '%s' would hold two entries named %s (add does not replace "
+                         "entries); nothing was changed\n", options.operands[0].c_str(), Utf8(*twice).c_str());
+            status = kExitUsage;
+        }
     }
     if (status == kExitOk && !MoveFileExW(scratch.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING)) {
         std::fprintf(stderr, "zelutil zip: cannot replace '%s': %s\n", options.operands[0].c_str(),

@@ -318,5 +318,12 @@ ZEL_API bool ResolveSymbolicLinks(LPCWSTR path, std::basic_string<WCHAR>& target
 /// the access rights it inherited from its folder, and the call does nothing.
 /// False with the last error.
 ZEL_API bool CopyFileAccess(LPCWSTR model, HANDLE file);
+/// Whether the owner of the open `file` may execute it (a program or a
+/// script). Windows keeps no such permission: always false there, as when
+/// the file's status cannot be read.
+ZEL_API bool IsExecutable(HANDLE file);
+/// Lets whoever may read the open `file` execute it too. Does nothing on
+/// Windows. False with the last error.
+ZEL_API bool MakeExecutable(HANDLE file);
 
 }  // namespace zel_platform

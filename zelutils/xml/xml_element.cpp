@@ -229,9 +229,12 @@ void XmlAttributes::Set(const CZelStringW& name, const CZelStringW& value) {
 XmlElement::XmlElement(const CZelStringW& name) : name_(name) {}
 
 XmlElement::~XmlElement() {
-    if (children_.empty()) return;
     // Children owned by this node alone are taken apart here, one level at a
-    // time, instead of by their own destructors recursing into theirs.
+    // time, instead of by their own destructors recursing into theirs. Where
+    // no such child has children (records of leaves, the usual case) the
+    // recursion is one level deep and the members go as they are.
+    auto nests = [](const XmlElementPtr& child) { return child.use_count() == 1 && !child->children_.empty(); };
+    if (std::none_of(children_.begin(), children_.end(), nests)) return;
     std::vector<XmlElementPtr> pending = std::move(children_);
     while (!pending.empty()) {
         XmlElementPtr node = std::move(pending.back());

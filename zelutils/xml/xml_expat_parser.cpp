@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstring>
 #include <new>
+#include <string>
 
 namespace zel {
 
@@ -30,23 +31,24 @@ void Report(CZelStringW* error, const CZelStringW& message) {
     if (error != nullptr) *error = message;
 }
 
-// UTF-8 from Expat (always well formed) as UTF-16, in a buffer of exactly
-// its length. Short texts, the usual ones, are converted on the stack (ASCII
-// widened directly) and copied once.
+// UTF-8 from Expat (always well formed) as UTF-16. Short texts, the usual
+// ones, are converted straight into a buffer of their byte length (ASCII
+// widened in line), which a few units of a non-ASCII text leave unused;
+// longer ones are measured first and get a buffer of exactly their length.
 CZelStringW FromUtf8(const char* text, int length) {
     constexpr int kShort = 64;
+    CZelStringW wide;
     if (length <= kShort) {
-        WCHAR units[kShort];
+        WCHAR* units = wide.GetBufferSetLength(length);
         bool ascii = true;
         for (int at = 0; at < length; ++at) {
             auto byte = static_cast<unsigned char>(text[at]);
             ascii &= byte < 0x80;
             units[at] = byte;
         }
-        int count = ascii ? length : zel_text::ConvertNarrowToWide(units, kShort, text, length, CP_UTF8);
-        return CZelStringW(units, count);
+        if (!ascii) wide.ReleaseBuffer(zel_text::ConvertNarrowToWide(units, length, text, length, CP_UTF8));
+        return wide;
     }
-    CZelStringW wide;
     int count = zel_text::MeasureNarrowToWide(text, length, CP_UTF8);
     count = zel_text::ConvertNarrowToWide(wide.GetBuffer(count), count, text, length, CP_UTF8);
     wide.ReleaseBuffer(count);
@@ -80,6 +82,15 @@ struct TextKey {
     }
 };
 
+// The length of a NUL-terminated text: names and most values are short, so
+// the first bytes are counted in line, without a call.
+std::size_t TextLength(const char* text) {
+    for (std::size_t at = 0; at < 16; ++at) {
+        if (text[at] == 0) return at;
+    }
+    return 16 + std::strlen(text + 16);
+}
+
 // Closes a platform file handle on every path.
 class FileGuard {
 public:
@@ -91,6 +102,113 @@ public:
 private:
     HANDLE handle_;
 };
+
+// The code page of an encoding name Expat does not know itself (it knows
+// UTF-8, UTF-16, ISO-8859-1 and US-ASCII), by the names documents declare:
+// "windows-1252", "cp852", "ibm866", "iso-8859-2", "shift_jis", ...; 0 for
+// names without one.
+UINT CodePageOfEncoding(const char* declared) {
+    std::string name(declared);
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](unsigned char c) { return static_cast<char>(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c); });
+    static const struct {
+        const char* name;
+        UINT codePage;
+    } kNames[] = {
+        {"shift_jis", 932},   {"sjis", 932},     {"windows-31j", 932},    {"gb2312", 936},
+        {"gbk", 936},         {"euc-kr", 949},   {"ks_c_5601-1987", 949}, {"big5", 950},
+        {"tis-620", 874},     {"koi8-r", 20866}, {"koi8-u", 21866},       {"macintosh", 10000},
+        {"maccyrillic", 10007}, {"x-mac-cyrillic", 10007},
+    };
+    for (const auto& known : kNames) {
+        if (name == known.name) return known.codePage;
+    }
+    auto numberAfter = [&](const char* prefix) -> UINT {
+        std::size_t length = std::strlen(prefix);
+        if (name.compare(0, length, prefix) != 0 || name.size() == length || name.size() > length + 5 ||
+            name.find_first_not_of("0123456789", length) != std::string::npos) {
+            return 0;
+        }
+        return static_cast<UINT>(std::stoul(name.substr(length)));
+    };
+    for (const char* prefix : {"iso-8859-", "iso8859-", "iso_8859-"}) {
+        UINT part = numberAfter(prefix);
+        if ((part >= 2 && part <= 9) || part == 13 || part == 15) return 28590 + part;
+    }
+    for (const char* prefix : {"windows-", "x-cp", "cp", "ibm"}) {
+        if (UINT codePage = numberAfter(prefix)) return codePage;
+    }
+    return 0;
+}
+
+bool IsLeadByte(const CPINFO& info, unsigned byte) {
+    for (std::size_t i = 0; i + 1 < MAX_LEADBYTES && info.LeadByte[i] != 0; i += 2) {
+        if (byte >= info.LeadByte[i] && byte <= info.LeadByte[i + 1]) return true;
+    }
+    return false;
+}
+
+// A double-byte code page and the character its invalid sequences decode
+// to, packed in Expat's data pointer: code pages fit in 16 bits.
+void* PackDoubleByte(UINT codePage, WCHAR invalid) {
+    return reinterpret_cast<void*>(static_cast<std::uintptr_t>(codePage | static_cast<UINT>(invalid) << 16));
+}
+
+// A two-byte character of a double-byte code page, or -1 when the code page
+// does not define it: the conversion gives '?' or the code page's own
+// replacement (Shift-JIS's middle dot), which then must be the one sequence
+// that encodes it.
+int XMLCALL DecodeDoubleByte(void* data, const char* bytes) {
+    auto packed = static_cast<UINT>(reinterpret_cast<std::uintptr_t>(data));
+    UINT codePage = packed & 0xFFFF;
+    WCHAR wide[2] = {};
+    if (MultiByteToWideChar(codePage, 0, bytes, 2, wide, 2) != 1 || wide[0] == ZW('?')) return -1;
+    if (wide[0] == static_cast<WCHAR>(packed >> 16)) {
+        char encoded[4] = {};
+        if (WideCharToMultiByte(codePage, 0, wide, 1, encoded, sizeof encoded, nullptr, nullptr) != 2 ||
+            std::memcmp(encoded, bytes, 2) != 0) {
+            return -1;
+        }
+    }
+    return wide[0];
+}
+
+// Expat's hook for encodings it does not know: single-byte code pages, and
+// the double-byte ones whose lead bytes the platform reports (Shift-JIS, GBK,
+// UHC, Big5), decoded by the library's conversions. Bytes the code page
+// leaves undefined are malformed, as bytes that are not UTF-8 are in a UTF-8
+// document. Other names stay unknown, and the parse fails with Expat's
+// "unknown encoding".
+int XMLCALL OnUnknownEncoding(void*, const XML_Char* name, XML_Encoding* info) {
+    UINT codePage = CodePageOfEncoding(name);
+    CPINFO shape{};
+    if (codePage == 0 || codePage == CP_UTF8 || !GetCPInfo(codePage, &shape)) return XML_STATUS_ERROR;
+    bool doubleByte = shape.MaxCharSize == 2 && shape.LeadByte[0] != 0;
+    if (shape.MaxCharSize != 1 && !doubleByte) return XML_STATUS_ERROR;
+    for (unsigned byte = 0; byte < 256; ++byte) {
+        if (doubleByte && IsLeadByte(shape, byte)) {
+            info->map[byte] = -2;
+            continue;
+        }
+        char narrow = static_cast<char>(byte);
+        WCHAR wide = 0;
+        bool decoded = MultiByteToWideChar(codePage, 0, &narrow, 1, &wide, 1) == 1 && (wide != ZW('?') || byte == '?');
+        info->map[byte] = decoded ? wide : -1;
+    }
+    if (doubleByte) {
+        // 7F follows no lead byte in any of these code pages.
+        const char invalid[2] = {static_cast<char>(shape.LeadByte[0]), 0x7F};
+        WCHAR replacement[2] = {};
+        MultiByteToWideChar(codePage, 0, invalid, 2, replacement, 2);
+        info->data = PackDoubleByte(codePage, replacement[0]);
+        info->convert = DecodeDoubleByte;
+    } else {
+        info->data = nullptr;
+        info->convert = nullptr;
+    }
+    info->release = nullptr;
+    return XML_STATUS_OK;
+}
 
 }  // namespace
 
@@ -117,6 +235,14 @@ struct XmlExpatCallbacks {
     static void Characters(void* userData, const XML_Char* text, int length) {
         Guard(userData, [&](XmlExpatParser& parser) { parser.OnRawCharacterData(text, length); });
     }
+    // A reference to an entity the document declares nowhere it is read
+    // (only in an external DTD, which is never read): its text would be lost
+    // without a trace, so the parse fails, as it does when there is no DTD.
+    static void SkippedEntity(void* userData, const XML_Char* name, int isParameterEntity) {
+        if (isParameterEntity) return;
+        auto* parser = static_cast<XmlExpatParser*>(userData);
+        parser->Abort(("undefined entity &" + std::string(name) + ";").c_str());
+    }
 };
 
 XmlExpatParser::XmlExpatParser() = default;
@@ -134,6 +260,8 @@ void XmlExpatParser::CreateOrReset(const char* encoding) {
     }
     XML_SetElementHandler(expat_, XmlExpatCallbacks::Start, XmlExpatCallbacks::End);
     XML_SetCharacterDataHandler(expat_, XmlExpatCallbacks::Characters);
+    XML_SetUnknownEncodingHandler(expat_, OnUnknownEncoding, nullptr);
+    XML_SetSkippedEntityHandler(expat_, XmlExpatCallbacks::SkippedEntity);
     XML_SetUserData(expat_, this);
     failure_ = XmlParseFailure();
     abortReason_.clear();
@@ -252,7 +380,7 @@ const CZelStringW& XmlExpatStrParser::Cached(std::vector<CachedText>& table, con
     return slot.wide;
 }
 
-const CZelStringW& XmlExpatStrParser::Intern(const char* name) { return Cached(nameCache_, name, std::strlen(name)); }
+const CZelStringW& XmlExpatStrParser::Intern(const char* name) { return Cached(nameCache_, name, TextLength(name)); }
 
 CZelStringW XmlExpatStrParser::Share(const char* text, std::size_t length) {
     if (length <= kCachedValueBytes) return Cached(valueCache_, text, length);
@@ -269,7 +397,7 @@ void XmlExpatStrParser::OnRawStartElement(const char* name, const char** attribu
     XmlAttributes converted;
     converted.Reserve(count);
     for (const char** pair = attributes; *pair != nullptr; pair += 2) {
-        std::size_t valueBytes = std::strlen(pair[1]);
+        std::size_t valueBytes = TextLength(pair[1]);
         if (valueBytes > kMaxAttributeBytes) {
             Abort("attribute value too long");
             return;
@@ -293,7 +421,13 @@ void XmlExpatStrParser::OnRawEndElement(const char* name) {
 }
 
 void XmlExpatStrParser::OnRawCharacterData(const char* text, int length) {
-    OnCharacterData(Share(text, static_cast<std::size_t>(length)));
+    // A short text is handed on from the cache itself, without a copy.
+    auto bytes = static_cast<std::size_t>(length);
+    if (bytes <= kCachedValueBytes) {
+        OnCharacterData(Cached(valueCache_, text, bytes));
+    } else {
+        OnCharacterData(FromUtf8(text, length));
+    }
 }
 
 void XmlExpatStrParser::OnStartElement(const CZelStringW&, XmlAttributes&) {}
@@ -302,7 +436,129 @@ void XmlExpatStrParser::OnCharacterData(const CZelStringW&) {}
 
 // ---- hybrid ------------------------------------------------------------
 
-XmlExpatHybridParser::~XmlExpatHybridParser() = default;
+// The memory of one hooked subtree's elements: chunks filled from the front
+// and never freed piece by piece. Each allocation counts as a reference until
+// its deallocation (on any thread), and the parser holds one more while it
+// builds the subtree; the last reference frees every chunk. One allocation
+// per record instead of one per element, and the parser reuses the block for
+// the next record when the last one's elements are all gone.
+class XmlRecordArena {
+public:
+    static XmlRecordArena* Create(std::size_t capacity) {
+        capacity = std::max(kSmallest, std::min(kLargest, (capacity + 63) & ~std::size_t(63)));
+        void* memory = ::operator new(sizeof(XmlRecordArena) + capacity);
+        return new (memory) XmlRecordArena(capacity);
+    }
+
+    void* Allocate(std::size_t bytes, std::size_t alignment) {
+        std::size_t padding = Padding(cursor_, alignment);
+        char* at = padding + bytes <= static_cast<std::size_t>(end_ - cursor_) ? cursor_ + padding
+                                                                                 : Grow(bytes, alignment);
+        cursor_ = at + bytes;
+        used_ += bytes;
+        zel_platform::AddReference(&refs_);
+        return at;
+    }
+    void Drop() noexcept {
+        if (zel_platform::DropReference(&refs_) == 0) Free();
+    }
+    // True when the caller's reference is the only one: no element or
+    // control block of the last subtree is left, and none can appear.
+    bool Idle() const noexcept { return zel_platform::ReadAcquire32(&refs_) == 1; }
+    // Whether the subtree took more than the first chunk.
+    bool Chained() const noexcept { return chunks_ != nullptr; }
+    std::size_t Used() const noexcept { return used_; }
+    // Empties an idle arena of one chunk for the next subtree.
+    void Reset() noexcept {
+        cursor_ = reinterpret_cast<char*>(this + 1);
+        used_ = 0;
+    }
+
+private:
+    static constexpr std::size_t kSmallest = 256;
+    static constexpr std::size_t kLargest = 1 << 20;
+    struct Chunk {
+        Chunk* next;
+    };
+
+    explicit XmlRecordArena(std::size_t capacity)
+        : cursor_(reinterpret_cast<char*>(this + 1)), end_(cursor_ + capacity), last_(capacity) {}
+
+    static std::size_t Padding(const char* at, std::size_t alignment) {
+        auto address = reinterpret_cast<std::uintptr_t>(at);
+        return (alignment - address % alignment) % alignment;
+    }
+
+    // A new chunk twice the size of the last (up to kLargest), or of bytes.
+    char* Grow(std::size_t bytes, std::size_t alignment) {
+        std::size_t capacity = std::max(std::min(2 * last_, kLargest), bytes + alignment);
+        auto* chunk = static_cast<Chunk*>(::operator new(sizeof(Chunk) + capacity));
+        chunk->next = chunks_;
+        chunks_ = chunk;
+        last_ = capacity;
+        char* start = reinterpret_cast<char*>(chunk + 1);
+        end_ = start + capacity;
+        return start + Padding(start, alignment);
+    }
+
+    void Free() noexcept {
+        for (Chunk* chunk = chunks_; chunk != nullptr;) {
+            Chunk* next = chunk->next;
+            ::operator delete(chunk);
+            chunk = next;
+        }
+        this->~XmlRecordArena();
+        ::operator delete(this);
+    }
+
+    LONG volatile refs_ = 1;
+    char* cursor_;
+    char* end_;
+    std::size_t last_;
+    std::size_t used_ = 0;
+    Chunk* chunks_ = nullptr;
+};
+
+namespace {
+
+// Draws elements and their control blocks from an arena (allocate_shared).
+template <typename T>
+struct ArenaAllocator {
+    using value_type = T;
+    explicit ArenaAllocator(XmlRecordArena* arena) noexcept : arena(arena) {}
+    template <typename U>
+    ArenaAllocator(const ArenaAllocator<U>& other) noexcept : arena(other.arena) {}
+    T* allocate(std::size_t count) {
+        return static_cast<T*>(arena->Allocate(count * sizeof(T), alignof(T)));
+    }
+    void deallocate(T*, std::size_t) noexcept { arena->Drop(); }
+    template <typename U>
+    bool operator==(const ArenaAllocator<U>& other) const noexcept { return arena == other.arena; }
+    template <typename U>
+    bool operator!=(const ArenaAllocator<U>& other) const noexcept { return arena != other.arena; }
+
+    XmlRecordArena* arena;
+};
+
+}  // namespace
+
+XmlExpatHybridParser::~XmlExpatHybridParser() {
+    if (arena_ != nullptr) arena_->Drop();
+}
+
+// The last record's arena is emptied for this one when nothing of that record
+// is left and it fitted in one chunk; otherwise a new arena is sized by what
+// the last record took.
+void XmlExpatHybridParser::StartRecord() {
+    if (arena_ != nullptr && arena_->Idle() && !arena_->Chained()) {
+        arena_->Reset();
+        return;
+    }
+    std::size_t capacity = arena_ == nullptr ? 0 : arena_->Used();
+    XmlRecordArena* arena = XmlRecordArena::Create(capacity);
+    if (arena_ != nullptr) arena_->Drop();
+    arena_ = arena;
+}
 
 void XmlExpatHybridParser::CreateOrReset(const char* encoding) {
     XmlExpatStrParser::CreateOrReset(encoding);
@@ -312,11 +568,17 @@ void XmlExpatHybridParser::CreateOrReset(const char* encoding) {
 }
 
 void XmlExpatHybridParser::OnStartElement(const CZelStringW& name, XmlAttributes& attributes) {
-    auto element = std::make_shared<XmlElement>(name);
+    bool hooked = IsHooked(name);
+    XmlElementPtr element;
+    if (hooked || hookDepth_ >= 1) {
+        if (hookDepth_ < 1) StartRecord();
+        element = std::allocate_shared<XmlElement>(ArenaAllocator<XmlElement>(arena_), name);
+    } else {
+        element = std::make_shared<XmlElement>(name);
+    }
     element->SetAttributes(std::move(attributes));
-    stack_.push_back(OpenElement{std::move(element), completed_.size(), false});
-    if (IsHooked(name)) {
-        stack_.back().hooked = true;
+    stack_.push_back(OpenElement{std::move(element), completed_.size(), hooked});
+    if (hooked) {
         ++hookDepth_;
     } else if (hookDepth_ < 1) {
         OnOuterStart(name);
@@ -349,7 +611,16 @@ void XmlExpatHybridParser::OnCharacterData(const CZelStringW& text) {
     if (!stack_.empty()) stack_.back().element->AppendText(text);
 }
 
-bool XmlExpatHybridParser::IsHooked(const CZelStringW& name) const { return hooks_.count(name) != 0; }
+bool XmlExpatHybridParser::IsHooked(const CZelStringW& name) const {
+    std::uint64_t address = reinterpret_cast<std::uintptr_t>(name.GetString());
+    HookAnswer& answer = hookAnswers_[(address * 0x9E3779B97F4A7C15u) >> (64 - kHookAnswerBits)];
+    if (!answer.known || answer.name.GetString() != name.GetString()) {
+        answer.hooked = hooks_.count(name) != 0;
+        answer.name = name;
+        answer.known = true;
+    }
+    return answer.hooked;
+}
 
 void XmlExpatHybridParser::OnOuterStart(const CZelStringW&) {}
 void XmlExpatHybridParser::OnOuterEnd(const XmlElementPtr&) {}
@@ -361,6 +632,7 @@ void XmlExpatHybridParser::OnSubtree(const XmlElementPtr& element) {
 
 void XmlExpatHybridParser::RegisterHook(const CZelStringW& name, Handler handler) {
     hooks_[name] = std::move(handler);
+    for (HookAnswer& answer : hookAnswers_) answer = HookAnswer();
 }
 
 void XmlExpatHybridParser::RegisterImporter(const CZelStringW& name, IDomXmlHookImporter& importer) {

@@ -11,7 +11,14 @@
 /// XmlTreeParser builds the whole document as one tree.
 ///
 /// Expat runs without namespace processing, with its amplification
-/// protection at its defaults; no external entity is ever read.
+/// protection at its defaults; no external entity is ever read, so a
+/// reference in the text to an entity declared only in an external DTD
+/// fails the parse ("undefined entity &name;"). Besides the
+/// encodings Expat knows (UTF-8, UTF-16, ISO-8859-1, US-ASCII), a document
+/// may declare a single-byte code page ("windows-1252", "iso-8859-2",
+/// "koi8-r", "ibm866", ...) or Shift_JIS, GBK/GB2312, EUC-KR/UHC or Big5,
+/// decoded as the library's conversions decode them; bytes a code page
+/// leaves undefined make the document malformed.
 ///
 /// Failure: the parse calls return false and, when asked, a message; they
 /// throw only what a handler throws (the parse stops at once and the
@@ -161,6 +168,7 @@ private:
 };
 
 class XmlExpatHybridParser;
+class XmlRecordArena;
 
 /// A record importer: receives each completed subtree of the names it is
 /// registered for.
@@ -172,6 +180,12 @@ public:
 };
 
 /// The streaming parser with whole subtrees for registered names.
+///
+/// The elements of one handed-over subtree (with their shared-pointer
+/// control blocks) share one block of memory, freed when the last of them
+/// goes, on whichever thread that is: an element kept after its subtree was
+/// dropped keeps the whole subtree's block alive (not its siblings' objects,
+/// which are destroyed as usual). XmlTreeParser's subtree is the document.
 class ZEL_API XmlExpatHybridParser : public XmlExpatStrParser {
 public:
     /// The exception of the XML layer ("Generic Error" from the accessors).
@@ -223,6 +237,21 @@ private:
     std::vector<XmlElementPtr> completed_;
     std::map<zel_text::CZelStringW, Handler, XmlNameLess> hooks_;
     int hookDepth_ = 0;
+    // The memory of the elements of the hooked subtree being built; held by
+    // the parser until the next one starts.
+    XmlRecordArena* arena_ = nullptr;
+    void StartRecord();
+    // The default IsHooked's answers by the address of the name's text: the
+    // parser hands a repeated name in the same buffer, which the entry holds
+    // so that the address cannot be reused for another text. Emptied when
+    // the hooks change.
+    struct HookAnswer {
+        zel_text::CZelStringW name;
+        bool known = false;
+        bool hooked = false;
+    };
+    static constexpr int kHookAnswerBits = 6;
+    mutable HookAnswer hookAnswers_[1 << kHookAnswerBits];
 };
 
 /// Builds the whole document as one tree.

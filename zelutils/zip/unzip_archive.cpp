@@ -52,6 +52,9 @@ public:
     // UNZ_PARAMERROR, as minizip does for passwords it cannot use.
     int Open(const ZipEntryInfo& info, const char* password, const WString& archivePath) {
         expectedCrc_ = info.crc;
+        // minizip hands out bzip2 data undecoded, as if stored: only the
+        // methods read here are opened.
+        if (info.compressionMethod != 0 && info.compressionMethod != Z_DEFLATED) return UNZ_BADZIPFILE;
         bool encrypted = (info.flags & kEncryptedFlag) != 0;
         if (!encrypted && !IsLarge(info)) {
             int result = unzOpenCurrentFilePassword(archive_, nullptr);
@@ -245,6 +248,22 @@ bool LeavesFolder(const WString& name) {
         }
     }
     return false;
+}
+
+// Whether an entry made on a Unix host is a regular file someone may
+// execute: a program or a script keeps that permission, the only one taken
+// from the archive.
+bool IsUnixExecutable(const ZipEntryInfo& info) {
+    constexpr std::uint32_t kUnixHost = 3;
+    std::uint32_t mode = info.externalAttributes >> 16;
+    std::uint32_t type = mode & 0170000u;
+    return (info.versionMadeBy >> 8) == kUnixHost && (type == 0 || type == 0100000u) && (mode & 0111u) != 0;
+}
+
+// Whether something other than a folder is at path.
+bool IsFile(const WString& path) {
+    DWORD attributes = GetFileAttributesW(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
 }
 
 bool EndsWithSeparator(const WString& path) { return !path.empty() && IsSeparator(path.back()); }
@@ -474,10 +493,7 @@ bool CUnZipArchive::ExtractCurrent(const WString& name, const ZipEntryInfo& info
     EntryReader reader(handle_);
     int result = reader.Open(info, password, archivePath_);
     if (result != UNZ_OK) return Fail("error opening password protected file", result);
-    DWORD existing = GetFileAttributesW(destination.c_str());
-    if (!overwrite && existing != INVALID_FILE_ATTRIBUTES && (existing & FILE_ATTRIBUTE_DIRECTORY) == 0) {
-        return Fail("filepath for extraction already exists", -1);
-    }
+    if (!overwrite && IsFile(destination)) return Fail("filepath for extraction already exists", -1);
     if (EndsWithSeparator(destination)) {
         return zel_fs::CreateFolderTree(destination.c_str()) || Fail("error opening destination file", -1);
     }
@@ -504,6 +520,9 @@ bool CUnZipArchive::ExtractCurrent(const WString& name, const ZipEntryInfo& info
     }
     result = reader.Close();
     if (result != UNZ_OK) return Fail("error on closing compressed file in archive", result);
+    if (IsUnixExecutable(info) && !zel_platform::MakeExecutable(pending.Handle())) {
+        return Fail("error on writing extracted data to destination file", -1);
+    }
     SetTimesFromDosDate(pending.Handle(), info.dosDate);
     return pending.Commit(destination) || Fail("error on writing extracted data to destination file", -1);
 }
@@ -534,6 +553,11 @@ bool CUnZipArchive::ExtractAll(bool overwrite, bool keepFolders, const char* pas
     if (entries_.empty() && !ReadContent()) return false;
     std::uint64_t needed = 0;
     for (const ZipEntry& entry : entries_) {
+        // A name leaving the folder, or without overwrite a file in the way,
+        // stops the archive before any entry is written.
+        WString destination;
+        if (!MakeDestination(entry.name, nullptr, keepFolders, destination)) return false;
+        if (!overwrite && IsFile(destination)) return Fail("filepath for extraction already exists", -1);
         needed += std::min<std::uint64_t>(entry.info.uncompressedSize, UINT64_MAX - needed);
     }
     std::uint64_t available = FreeSpaceFor(destinationFolder_);

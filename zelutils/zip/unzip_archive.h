@@ -7,7 +7,9 @@
 /// do not match the declared size or CRC fail the entry. Each entry is
 /// written to a temporary file beside its destination and renamed over it
 /// only when complete, so a failure leaves neither a corrupt file nor, with
-/// overwrite, a destroyed old one.
+/// overwrite, a destroyed old one. A file an entry made on a Unix host lets
+/// someone execute can be executed by whoever may read the extracted file;
+/// no other permission is taken from the archive.
 ///
 /// Entries encrypted with the traditional zip encryption are decrypted by
 /// the library itself.
@@ -82,7 +84,9 @@ public:
     /// Extracts the current entry. The destination is destinationPath when
     /// given, else the destination folder joined with the entry name (its
     /// folders kept with keepFolders, else only its last component). A name
-    /// ending in a separator makes a folder. password may be null.
+    /// ending in a separator makes a folder. password may be null. An entry
+    /// compressed with a method other than stored or deflated fails to open,
+    /// as a wrong password does.
     bool ExtractCurrent(const WString& name, const ZipEntryInfo& info, const WCHAR* destinationPath,
                         bool overwrite, bool keepFolders, const char* password);
     /// Finds the entry name (in the list read, else case-insensitively in the
@@ -91,7 +95,9 @@ public:
                  const char* password);
     /// Extracts every entry in order into the destination folder, reading the
     /// content first when the list is empty; stops at the first failure.
-    /// Refuses to start when the declared sizes exceed the free space there.
+    /// Writes nothing when an entry's name leaves the folder, when without
+    /// overwrite a file is in an entry's way, or when the declared sizes
+    /// exceed the free space there.
     bool ExtractAll(bool overwrite, bool keepFolders, const char* password);
 
     /// The folder entries go to when no destination path is given.

@@ -45,12 +45,17 @@ std::string ArchiveName(const WCHAR* nameInArchive, bool junkFolders) {
     return std::string(utf8.GetString(), static_cast<std::size_t>(utf8.GetLength()));
 }
 
-// The entry date fields for a file's last-write time, as local time.
+// The entry date fields for a file's last-write time, as local time. A
+// DOS date holds the years 1980 to 2107: earlier or later times (a file
+// dated at the epoch, as reproducible builds date theirs) take the nearest
+// end instead of bits that overflow into an invalid date.
 tm_zip ZipTimeOf(const FILETIME& lastWrite) {
     FILETIME local{};
     SYSTEMTIME fields{};
     tm_zip time{};
     if (FileTimeToLocalFileTime(&lastWrite, &local) && FileTimeToSystemTime(&local, &fields)) {
+        if (fields.wYear < 1980) fields = SYSTEMTIME{1980, 1, 0, 1, 0, 0, 0, 0};
+        if (fields.wYear > 2107) fields = SYSTEMTIME{2107, 12, 0, 31, 23, 59, 58, 0};
         time.tm_sec = fields.wSecond;
         time.tm_min = fields.wMinute;
         time.tm_hour = fields.wHour;
@@ -183,6 +188,12 @@ bool CZipArchive::AddFile(const WCHAR* sourcePath, const WCHAR* nameInArchive, i
     ClearError();
     if (handle_ == nullptr) return Fail("error in opening file inside archive.", ZIP_PARAMERROR);
     // The source is opened before the entry, so a missing source adds nothing.
+    // A device or FIFO is no file to archive: opening a FIFO would wait for a
+    // writer that may never come.
+    DWORD attributes = sourcePath != nullptr ? GetFileAttributesW(sourcePath) : INVALID_FILE_ATTRIBUTES;
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DEVICE) != 0) {
+        return Fail("error in opening source file for reading.", -1);
+    }
     SourceFile source(sourcePath);
     BY_HANDLE_FILE_INFORMATION status{};
     if (source.Handle() == INVALID_HANDLE_VALUE || !GetFileInformationByHandle(source.Handle(), &status)) {
@@ -202,7 +213,7 @@ bool CZipArchive::AddFile(const WCHAR* sourcePath, const WCHAR* nameInArchive, i
     zip_fileinfo info{};
     info.tmz_date = ZipTimeOf(status.ftLastWriteTime);
     bool readOnly = (status.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
-    uLong mode = 0100000u | (readOnly ? 0444u : 0644u);
+    uLong mode = 0100000u | (readOnly ? 0444u : 0644u) | (zel_platform::IsExecutable(source.Handle()) ? 0111u : 0u);
     info.external_fa = (mode << 16) | (readOnly ? FILE_ATTRIBUTE_READONLY : 0u);
     uLong flags = (zel_text::chars::IsAscii(name.data(), name.size()) ? 0u : kUtf8NameFlag) |
                   (password != nullptr ? kEncryptedFlag : 0u);
@@ -257,6 +268,8 @@ bool CZipArchive::AddFolder(const WCHAR* folderPath, const WCHAR* prefixInArchiv
         return AddFile(folderPath, name.c_str(), level, password, false);
     }
     std::filesystem::path self = AbsolutePath(archivePath_.c_str());
+    std::filesystem::path replaced;
+    if (!replacedPath_.empty()) replaced = AbsolutePath(replacedPath_.c_str());
     // Folders still to walk, each with its name in the archive.
     std::vector<std::pair<WString, WString>> pending{{root, prefix}};
     while (!pending.empty()) {
@@ -280,6 +293,8 @@ bool CZipArchive::AddFolder(const WCHAR* folderPath, const WCHAR* prefixInArchiv
         for (auto entry = found.rbegin(); entry != found.rend(); ++entry) {
             WString path = folder + ZW("\\") + entry->cFileName;
             WString entryName = name + entry->cFileName;
+            // Devices, FIFOs and sockets in the tree are left out, as zip does.
+            if ((entry->dwFileAttributes & FILE_ATTRIBUTE_DEVICE) != 0) continue;
             if ((entry->dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
                 // A link to a folder could lead back up the tree: not followed.
                 if ((entry->dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) {
@@ -287,7 +302,8 @@ bool CZipArchive::AddFolder(const WCHAR* folderPath, const WCHAR* prefixInArchiv
                 }
                 continue;
             }
-            if (AbsolutePath(path.c_str()) == self) continue;
+            std::filesystem::path absolute = AbsolutePath(path.c_str());
+            if (absolute == self || absolute == replaced) continue;
             if (!AddFile(path.c_str(), entryName.c_str(), level, password, false)) return false;
         }
         // Walked after this folder's files, in name order.

@@ -756,6 +756,20 @@ bool zel_platform::CopyFileAccess(LPCWSTR model, HANDLE file) {
     return sys::ChangeMode(object->Fd(), status.stx_mode & 07777) == 0 || FailFromErrno();
 }
 
+bool zel_platform::IsExecutable(HANDLE file) {
+    struct statx status {};
+    return StatusOf(file, &status) && (status.stx_mode & S_IXUSR) != 0;
+}
+
+bool zel_platform::MakeExecutable(HANDLE file) {
+    struct statx status {};
+    if (!StatusOf(file, &status)) return false;
+    mode_t permissions = status.stx_mode & 07777;
+    // Read permission (0444) shifted onto execute (0111): the bits the mask
+    // left readable become executable, and no others.
+    return sys::ChangeMode(FileOf(file)->Fd(), permissions | ((permissions & 0444) >> 2)) == 0 || FailFromErrno();
+}
+
 BOOL zel_win32::FileTimeToLocalFileTime(const FILETIME* fileTime, LPFILETIME localFileTime) {
     if (fileTime == nullptr || localFileTime == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     ULONGLONG ticks = TicksOf(*fileTime);

@@ -41,4 +41,8 @@ bool ResolveSymbolicLinks(LPCWSTR path, std::basic_string<WCHAR>& target) {
 
 bool CopyFileAccess(LPCWSTR /*model*/, HANDLE /*file*/) { return true; }
 
+bool IsExecutable(HANDLE /*file*/) { return false; }
+
+bool MakeExecutable(HANDLE /*file*/) { return true; }
+
 }  // namespace zel_platform
