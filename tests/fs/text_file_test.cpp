@@ -10,10 +10,18 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
+
+#ifndef _WIN32
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
 
 using namespace std::string_literals;
 using zel_fs::CTextFile;
@@ -178,6 +186,29 @@ TEST_F(TextFile, CharactersCutByTheBuffersStayWhole) {
     EXPECT_EQ(LinesOf("abcdefg\0xyz"s, 8), (Lines{"abcdefg\0xyz"s}));
 }
 
+TEST_F(TextFile, MultiByteCharactersCutByTheBuffersStayWhole) {
+    // Shift-JIS kanji and a one-byte katakana shift the characters against the
+    // buffer's edges (the trail byte 9A of U+5B57 is also a lead byte), as do
+    // GB18030's four-byte U+1D11E and two-byte U+4E2D.
+    const struct {
+        UINT codePage;
+        const char* piece;
+    } cases[] = {{932, "\x8E\x9A\x93\xFA\x96\x7B\xB1"}, {54936, "\x94\x32\xBE\x34\xD6\xD0z"}};
+    for (const auto& c : cases) {
+        CPINFO info;
+        if (!GetCPInfo(c.codePage, &info)) continue;
+        std::string text = "a";
+        for (int i = 0; i < 12; ++i) text += c.piece;
+        const std::string whole = Utf8(CZelStringW(text.c_str(), c.codePage));
+        for (int size : {4, 8, 12}) {
+            CTextFile file(size);
+            file.SetNarrowCodePage(c.codePage);
+            ASSERT_TRUE(file.Open(Make("multi.txt", text + "\r\n" + text)));
+            EXPECT_EQ(ReadAll(file), (Lines{whole, whole})) << c.codePage << ", " << size << "-byte buffer";
+        }
+    }
+}
+
 TEST_F(TextFile, IncompleteAndInvalidUnits) {
     EXPECT_EQ(LinesOf("\xFF\xFE" "a\0b\0c"s, 512), (Lines{"ab"})) << "an odd trailing byte is ignored";
     EXPECT_EQ(LinesOf("\xFE\xFF\0a\0b\0"s, 4), (Lines{"ab"}));
@@ -223,3 +254,28 @@ TEST_F(TextFile, OpenAndReadFailures) {
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_IO_DEVICE));
     zel_platform::ResetSystemCalls();
 }
+
+#ifndef _WIN32
+TEST_F(TextFile, APipeIsReadOnFromTheBytesAfterItsMark) {
+    // A FIFO cannot be positioned back after the mark. Its writer hands the
+    // mark and the big-endian units over cut in the middle, so reads come
+    // back short and odd.
+    const std::string path = PathOf("fifo");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const std::vector<std::string> pieces = {"\xFE"s, "\xFF\0a\0"s, "\r\0\n\0b\xD8"s, "\x34\xDD\x1E\0"s, "\r"s};
+    std::thread writer([&] {
+        const int fd = open(path.c_str(), O_WRONLY);
+        for (const std::string& piece : pieces) {
+            if (write(fd, piece.data(), piece.size()) != static_cast<ssize_t>(piece.size())) break;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        close(fd);
+    });
+    CTextFile file(4);
+    ASSERT_TRUE(file.Open(Wide(path)));
+    EXPECT_EQ(ReadAll(file), (Lines{"a", "b\xF0\x9D\x84\x9E"}));
+    EXPECT_FALSE(file.Rewind());
+    writer.join();
+    std::filesystem::remove(path);
+}
+#endif

@@ -36,6 +36,20 @@ TEST_F(CommandLine, AFailedWriteToStandardOutputIsAnError) {
     std::filesystem::remove(PathOf("s.ini"));
     std::filesystem::remove(PathOf("errors"));
 }
+
+TEST_F(CommandLine, AWriteThatFailsWhileTheCommandRunsIsReportedOnce) {
+    // More than standard output buffers: the command itself meets the error.
+    Write(PathOf("big.txt"), std::string(1 << 20, 'x') + "\n");
+    const std::string file = Quoted("big.txt");
+    for (const std::string& command : {"text " + file, "convert --from utf8 --to utf16 " + file}) {
+        EXPECT_EQ(zel_test::RunTool(command, "/dev/full", PathOf("errors")), 2) << command;
+        const std::string errors = Read(PathOf("errors"));
+        EXPECT_EQ(errors.find("cannot write standard output: "), errors.rfind("cannot write standard output: "))
+            << errors;
+    }
+    std::filesystem::remove(PathOf("big.txt"));
+    std::filesystem::remove(PathOf("errors"));
+}
 #endif
 
 TEST_F(CommandLine, EncodingSaysHowTheLibraryReadsTheFile) {

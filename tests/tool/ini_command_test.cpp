@@ -187,6 +187,29 @@ TEST_F(IniCommand, ConvertChangesTheEncodingOfTheWholeTable) {
     fs::remove(PathOf("s.ini"));
 }
 
+TEST_F(IniCommand, ConvertRefusesWhatTheNewFileWouldNotHoldAndLeavesTheFileAlone) {
+    struct Case {
+        const char* to;
+        std::string bytes;
+        const char* reason;
+    };
+    const Case cases[] = {
+        // 437 lacks the dash, 1252 the ideograph, 932 the yen sign (its best fit is '\\').
+        {"437", "\xEF\xBB\xBF[Job]\r\nOp=Zo\xC3\xAB \xE2\x80\x94\r\n", "[Job] Op holds a character that 437 lacks"},
+        {"1252", "\xEF\xBB\xBF[Job]\r\nOp=\xE4\xB8\xAD\r\n", "that 1252 lacks"},
+        {"932", "\xEF\xBB\xBF[Job]\r\nYen=\xC2\xA5\r\n", "that 932 lacks"},
+        // The writer would put these keys under "[]", which no load accepts.
+        {"utf-8", "top=1\r\n[Job]\r\nOp=x\r\n", "keys before the first section header"},
+    };
+    for (const Case& c : cases) {
+        Write(PathOf("c.ini"), c.bytes);
+        EXPECT_EQ(Run("ini convert " + Quoted("c.ini") + " --to " + c.to), 2) << c.to;
+        EXPECT_NE(Errors().find(c.reason), std::string::npos) << Errors();
+        EXPECT_EQ(Read(PathOf("c.ini")), c.bytes) << c.to;
+    }
+    fs::remove(PathOf("c.ini"));
+}
+
 TEST_F(IniCommand, PathPrintsTheComputedFolders) {
     ASSERT_EQ(Run("path"), 0) << Errors();
     const std::string& out = Output();

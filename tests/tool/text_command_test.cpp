@@ -31,4 +31,8 @@ TEST_F(TextCommand, PrintsAnyEncodingAsUtf8WithLfLineEnds) {
     EXPECT_NE(Errors().find("zelutil text: cannot read '" + PathOf("none.txt") + "': file not found"), std::string::npos)
         << Errors();
     EXPECT_EQ(Run("text"), 2);
+    std::filesystem::create_directory(PathOf("folder"));
+    EXPECT_EQ(Run("text " + Quoted("folder")), 2);
+    EXPECT_NE(Errors().find("': is a directory"), std::string::npos) << Errors();
+    std::filesystem::remove(PathOf("folder"));
 }

@@ -87,7 +87,8 @@ const std::vector<Command>& Commands() {
          "whatever it could not read back whole: an unreadable file, a folder, device or FIFO,\n"
          "UTF-16BE or UTF-32 text, a NUL byte, bytes that do not decode, a line the INI\n"
          "grammar rejects (named by its number). convert rewrites the whole file from its\n"
-         "table (sections and keys in order, comments dropped).\n\n"
+         "table (sections and keys in order, comments dropped); it refuses a character the\n"
+         "code page lacks and keys before the first section header.\n\n"
          "examples: zelutil ini get app.ini Window Width\n"
          "          zelutil ini set app.ini Window Width 1024\n\n"
          "exit codes: 0 done; 1 get found no such key; 2 bad arguments, an unreadable or\n"
@@ -127,9 +128,10 @@ const std::vector<Command>& Commands() {
          RunXml},
         {"text", "print the lines of a text file as UTF-8",
          "usage: zelutil text FILE [--trim] [--skip-empty] [--codepage CP]\n\n"
-         "Prints the lines of FILE as UTF-8 with LF line ends. The encoding comes from the\n"
-         "byte-order mark (UTF-8, UTF-16 or UTF-32, either byte order); a file without one is\n"
-         "read in code page CP (as for convert; default: ansi). LF, CR LF and CR end lines.\n"
+         "Prints the lines of FILE (a pipe too, such as /dev/stdin) as UTF-8 with LF line\n"
+         "ends. The encoding comes from the byte-order mark (UTF-8, UTF-16 or UTF-32, either\n"
+         "byte order); a file without one is read in code page CP (as for convert; default:\n"
+         "ansi). LF, CR LF and CR end lines.\n"
          "--trim removes white space at both ends of each line; --skip-empty leaves out\n"
          "empty lines (after trimming, a line of blanks is printed empty).\n\n"
          "example: zelutil text notes.txt --codepage cp1252 --skip-empty\n\n"
@@ -185,7 +187,8 @@ zel_text::CZelStringW PathArgument(const std::string& argument) {
 int FinishStandardOutput(const char* command, int status) {
     errno = 0;
     const bool flushed = std::fflush(stdout) == 0;
-    if (flushed && std::ferror(stdout) == 0) return status;
+    // A command that failed has said why already, a failed write included.
+    if ((flushed && std::ferror(stdout) == 0) || status == kExitUsage) return status;
     const int error = errno != 0 ? errno : EIO;
     return UsageError(command, std::string("cannot write standard output: ") + std::strerror(error));
 }

@@ -27,8 +27,9 @@ struct Command {
 /// Every command, in the order `zelutil --help` lists them.
 const std::vector<Command>& Commands();
 
-/// Flushes standard output: status when every write reached it, else
-/// kExitUsage after "zelutil NAME: cannot write standard output: reason".
+/// Flushes standard output: status when every write reached it or the
+/// command failed with kExitUsage (its message said why), else kExitUsage
+/// after "zelutil NAME: cannot write standard output: reason".
 int FinishStandardOutput(const char* command, int status);
 
 /// Prints "zelutil NAME: message" to stderr and returns kExitUsage.

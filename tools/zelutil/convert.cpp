@@ -283,25 +283,9 @@ private:
     // The length of the part of in that ends between two characters.
     std::size_t CompletePart(const unsigned char* in, std::size_t count) const {
         if (form_ == Form::kTable) return count;
-        if (form_ == Form::kLeadByte) {
-            std::size_t at = 0;
-            while (at < count) at += IsLeadByte(in[at]) ? 2 : 1;
-            return at > count ? count - 1 : count;
-        }
-        // UTF-8: a sequence the block cuts off waits for the next block.
-        std::size_t back = 0;
-        while (back < 4 && back < count && (in[count - 1 - back] & 0xC0) == 0x80) ++back;
-        if (back == count) return count;
-        const unsigned char lead = in[count - 1 - back];
-        const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
-        return length > back + 1 ? count - 1 - back : count;
-    }
-
-    bool IsLeadByte(unsigned char byte) const {
-        for (int i = 0; i + 1 < MAX_LEADBYTES && info_.LeadByte[i] != 0; i += 2) {
-            if (byte >= info_.LeadByte[i] && byte <= info_.LeadByte[i + 1]) return true;
-        }
-        return false;
+        // Blocks are far below 2 GB.
+        return static_cast<std::size_t>(
+            zel_text::WholeCharactersLength(reinterpret_cast<const char*>(in), static_cast<int>(count), codePage_));
     }
 
     // Each byte as the platform decodes it, and each character back, made

@@ -15,6 +15,7 @@ namespace zelutil {
 namespace {
 
 using zel_settings::IniSections;
+using zel_text::CZelStringA;
 using zel_text::CZelStringUtf8;
 using zel_text::CZelStringW;
 
@@ -88,13 +89,6 @@ bool Load(const std::string& file, IniSections& table) {
     return true;
 }
 
-bool Save(const std::string& file, const IniSections& table, int encoding) {
-    SetLastError(ERROR_SUCCESS);
-    if (zel_settings::SaveIniFileAtomic(PathArgument(file), table, encoding)) return true;
-    Refuse(file, "cannot write", Reason(GetLastError()));
-    return false;
-}
-
 int Dump(const Args& args) {
     if (args.size() != 2) return UsageError("ini", "dump takes one FILE");
     IniSections table;
@@ -140,7 +134,7 @@ class EditLock {
     static constexpr DWORD kWholeFile = 0xFFFFFFFF;
 
 public:
-    explicit EditLock(const CZelStringW& target) : path_(target + CZelStringW(ZW(".~zel.lock"))) {}
+    EditLock() = default;
     EditLock(const EditLock&) = delete;
     EditLock& operator=(const EditLock&) = delete;
     ~EditLock() {
@@ -151,9 +145,10 @@ public:
         CloseHandle(file_);
     }
 
-    /// Waits for the lock; false with the last error when the lock file
-    /// cannot be made.
-    bool Acquire() {
+    /// Waits for the lock of target; false with the last error when the
+    /// lock file cannot be made.
+    bool Acquire(const CZelStringW& target) {
+        path_ = target + CZelStringW(ZW(".~zel.lock"));
         // Windows refuses to open a file whose deletion is pending: the
         // previous holder is about to be gone, so that is tried again too.
         for (int attempt = 0; attempt < 1000; ++attempt) {
@@ -219,27 +214,46 @@ bool WriteAll(HANDLE file, const std::string& bytes) {
            written == bytes.size();
 }
 
+// The file that path leads to (links followed), locked against other
+// edits, with the temporaries of killed edits removed. Prints the reason and
+// returns false when it cannot be edited.
+bool LockForEdit(const std::string& file, CZelStringW* target, EditLock* lock, bool* exists) {
+    std::basic_string<WCHAR> resolved;
+    if (!zel_platform::ResolveSymbolicLinks(PathArgument(file).GetString(), resolved)) {
+        Refuse(file, "cannot read", Reason(GetLastError()));
+        return false;
+    }
+    *target = CZelStringW(resolved.c_str(), static_cast<int>(resolved.size()));
+    std::string reason;
+    if (!RegularOrMissing(*target, exists, &reason)) {
+        Refuse(file, "cannot edit", reason);
+        return false;
+    }
+    if (!lock->Acquire(*target)) {
+        Refuse(file, "cannot lock", Reason(GetLastError()));
+        return false;
+    }
+    RemoveStaleTemporaries(*target);
+    // Looked at again under the lock: another edit may have made the file.
+    if (!RegularOrMissing(*target, exists, &reason)) {
+        Refuse(file, "cannot edit", reason);
+        return false;
+    }
+    return true;
+}
+
 int Set(const Args& args) {
     if (args.size() != 5) return UsageError("ini", "set takes FILE SECTION KEY VALUE");
     const std::string& file = args[1];
     if (const char* reason = Unstorable(args[2], args[3], args[4])) {
         return UsageError("ini", "[" + args[2] + "] " + args[3] + " cannot be stored: " + reason);
     }
-    std::basic_string<WCHAR> resolved;
-    if (!zel_platform::ResolveSymbolicLinks(PathArgument(file).GetString(), resolved)) {
-        return Refuse(file, "cannot read", Reason(GetLastError()));
-    }
-    const CZelStringW target(resolved.c_str(), static_cast<int>(resolved.size()));
+    CZelStringW target;
+    EditLock lock;
     bool exists = false;
-    std::string reason;
-    if (!RegularOrMissing(target, &exists, &reason)) return Refuse(file, "cannot edit", reason);
-
-    EditLock lock(target);
-    if (!lock.Acquire()) return Refuse(file, "cannot lock", Reason(GetLastError()));
-    RemoveStaleTemporaries(target);
-    // Looked at again under the lock: another edit may have made the file.
-    if (!RegularOrMissing(target, &exists, &reason)) return Refuse(file, "cannot edit", reason);
+    if (!LockForEdit(file, &target, &lock, &exists)) return kExitUsage;
     IniFileText text;
+    std::string reason;
     if (!exists) {
         text.StartNew();
     } else if (!Load(file, target, text)) {
@@ -252,6 +266,16 @@ int Set(const Args& args) {
     return kExitOk;
 }
 
+// Whether text comes back unchanged from a file in encoding (kIniUtf16LE,
+// kIniUtf8 or a narrow code page): a code page writes its default or a
+// best-fit character for one it lacks, UTF-8 U+FFFD for an unpaired surrogate.
+bool Survives(const CZelStringW& text, int encoding) {
+    if (encoding == zel_settings::kIniUtf16LE) return true;
+    if (encoding == zel_settings::kIniUtf8) return CZelStringUtf8(text).ToWide() == text;
+    const auto codePage = static_cast<UINT>(encoding);
+    return CZelStringW(CZelStringA(text.GetString(), codePage).GetString(), codePage) == text;
+}
+
 int Convert(const Args& args) {
     if (args.size() != 4 || args[2] != "--to") return UsageError("ini", "convert takes FILE --to CP");
     UINT codePage = 0;
@@ -262,9 +286,34 @@ int Convert(const Args& args) {
     } else if (codePage == kCodePageUtf16BE || codePage == kCodePageUtf32LE || codePage == kCodePageUtf32BE) {
         return UsageError("ini", "INI files are UTF-8, UTF-16LE or a one- or two-byte code page");
     }
-    IniSections table;
-    if (!Load(args[1], table)) return kExitUsage;
-    return Save(args[1], table, encoding) ? kExitOk : kExitUsage;
+    const std::string& file = args[1];
+    CZelStringW target;
+    EditLock lock;
+    bool exists = false;
+    if (!LockForEdit(file, &target, &lock, &exists)) return kExitUsage;
+    IniFileText text;
+    if (!exists) return Refuse(file, "cannot read", Reason(ERROR_FILE_NOT_FOUND));
+    if (!Load(file, target, text)) return kExitUsage;
+    // Refused, as every edit that would not read back whole: the writer puts
+    // keys before the first header under "[]", which the loader rejects.
+    const IniSections& table = text.Table();
+    if (table.count(CZelStringW()) != 0) {
+        return Refuse(file, "will not convert",
+                      "keys before the first section header would be written under '[]', which the loader rejects");
+    }
+    for (const auto& [section, keys] : table) {
+        for (const auto& [key, value] : keys) {
+            if (!Survives(section, encoding) || !Survives(key, encoding) || !Survives(value, encoding)) {
+                return Refuse(file, "will not convert",
+                              "[" + Utf8(section) + "] " + Utf8(key) + " holds a character that " + args[3] + " lacks");
+            }
+        }
+    }
+    SetLastError(ERROR_SUCCESS);
+    if (!zel_settings::SaveIniFileAtomic(target, table, encoding)) {
+        return Refuse(file, "cannot write", Reason(GetLastError()));
+    }
+    return kExitOk;
 }
 
 }  // namespace

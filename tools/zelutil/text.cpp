@@ -49,8 +49,15 @@ int RunText(const Args& args) {
         }
         file.SetNarrowCodePage(codePage);
     }
-    if (!file.Open(PathArgument(path))) {
-        return UsageError(kCommand, "cannot read '" + path + "': " + Reason(GetLastError()));
+    const zel_text::CZelStringW widePath = PathArgument(path);
+    if (!file.Open(widePath)) {
+        DWORD error = GetLastError();
+        // Opening a folder is refused as access denied (as on Windows): say what it is.
+        const DWORD attributes = GetFileAttributesW(widePath);
+        if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+            error = ERROR_DIRECTORY;
+        }
+        return UsageError(kCommand, "cannot read '" + path + "': " + Reason(error));
     }
     zel_text::CZelStringW line;
     while (trim ? file.ReadLineTrimmed(line, skipEmpty) : file.ReadLine(line, skipEmpty)) {

@@ -57,18 +57,6 @@ void AppendNarrow(CZelStringW& line, const char* bytes, int count, UINT codePage
     line.ReleaseBuffer(line.GetLength() + written);
 }
 
-// The length of the start of bytes that holds only whole UTF-8 sequences:
-// an incomplete sequence at the end (at most three bytes) is left out.
-int WholeUtf8Length(const char* bytes, int count) {
-    for (int back = 1; back <= 3 && back <= count; ++back) {
-        const auto byte = static_cast<unsigned char>(bytes[count - back]);
-        if ((byte & 0xC0) == 0x80) continue;  // a continuation byte: look further back
-        const int needed = byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : byte >= 0xC0 ? 2 : 1;
-        return needed > back ? count - back : count;
-    }
-    return count;
-}
-
 }  // namespace
 
 CTextFile::CTextFile(int bufferSize) {
@@ -90,6 +78,7 @@ void CTextFile::Close() {
 }
 
 void CTextFile::ResetReading() {
+    carried_ = 0;
     valid_ = 0;
     cursor_ = 0;
     pendingCount_ = 0;
@@ -100,10 +89,17 @@ bool CTextFile::Open(const CZelStringW& path) {
     Close();
     if (!file_open_read(handle_, path.GetString())) return false;
 
-    unsigned char head[8];
-    const std::int32_t got = file_read(handle_, head, sizeof head);
+    // The head goes where the first block will be, so that a file that
+    // cannot be positioned back to it (a pipe) keeps it. Marks take at most
+    // four bytes; a pipe may hand them over in pieces.
+    const std::int32_t wanted = std::min<std::int32_t>(8, static_cast<std::int32_t>(block_.size()));
+    std::int32_t got = 0;
+    for (std::int32_t read = 0; got < wanted; got += read) {
+        read = file_read(handle_, block_.data() + got, wanted - got);
+        if (read <= 0) break;
+    }
     std::size_t length = 0;
-    const auto mark = zel_text::FindBom(head, got > 0 ? static_cast<std::size_t>(got) : 0, &length);
+    const auto mark = zel_text::FindBom(block_.data(), static_cast<std::size_t>(got), &length);
     bool bigEndian = false;
     switch (mark) {
         case zel_text::BomKind::Utf8: markCodePage_ = kUtf8; break;
@@ -118,6 +114,14 @@ bool CTextFile::Open(const CZelStringW& path) {
     if (!file_stat(handle_, &info_)) info_ = file_info();
     if (Rewind()) return true;
     const DWORD error = GetLastError();
+    if (error == ERROR_SEEK) {
+        // Not a file but a pipe or FIFO: what follows the mark is read already
+        // and starts the first block.
+        carried_ = got - static_cast<std::int32_t>(length);
+        std::memmove(block_.data(), block_.data() + length, static_cast<std::size_t>(carried_));
+        atEnd_ = false;
+        return true;
+    }
     Close();
     SetLastError(error);
     return false;
@@ -136,15 +140,24 @@ bool CTextFile::Rewind() {
 }
 
 bool CTextFile::Refill(int unitSize) {
+    // Bytes kept from before (a pipe's head, or the start of a unit that a
+    // pipe's short read cut) begin the block.
+    std::memmove(block_.data(), block_.data() + valid_, static_cast<std::size_t>(carried_));
+    std::int32_t got = carried_;
+    carried_ = 0;
     valid_ = 0;
     cursor_ = 0;
     if (atEnd_) return false;
-    const std::int32_t got = file_read(handle_, block_.data(), static_cast<std::int32_t>(block_.size()));
+    const auto room = static_cast<std::int32_t>(block_.size()) - got;
+    const std::int32_t read = room > 0 ? file_read(handle_, block_.data() + got, room) : 0;
+    if (read > 0) got += read;
     if (got < unitSize) {
         atEnd_ = true;
         return false;
     }
     valid_ = got - got % unitSize;
+    // At the end of the file a cut unit is dropped.
+    if (read > 0) carried_ = got - valid_;
     if (swapBytes_) {
         for (int at = 0; at < valid_; at += unitSize) std::reverse(&block_[at], &block_[at] + unitSize);
     }
@@ -257,13 +270,13 @@ void CTextFile::TakeUnits(const unsigned char* units, int count, bool lineEnds, 
 }
 
 // Converts the gathered narrow bytes into line. Before the line ends, a UTF-8
-// character cut at the end of the buffer stays behind, so that it is
-// converted whole with the bytes that follow.
+// or double-byte character cut at the end of the buffer stays behind, so
+// that it is converted whole with the bytes that follow.
 void CTextFile::FlushPending(CZelStringW& line, bool lineEnds) {
     const UINT codePage = GetCodePage();
-    const bool utf8 = codePage == CP_UTF8 || (codePage == CP_ACP && GetACP() == CP_UTF8);
-    const int whole = lineEnds || !utf8 ? pendingCount_ : WholeUtf8Length(pending_.data(), pendingCount_);
-    AppendNarrow(line, pending_.data(), whole, GetCodePage());
+    const int whole =
+        lineEnds ? pendingCount_ : zel_text::WholeCharactersLength(pending_.data(), pendingCount_, codePage);
+    AppendNarrow(line, pending_.data(), whole, codePage);
     std::memmove(pending_.data(), pending_.data() + whole, pendingCount_ - whole);
     pendingCount_ -= whole;
 }

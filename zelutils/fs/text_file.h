@@ -45,8 +45,10 @@ public:
     /// Opens an existing file for reading (closing one already open), finds
     /// its encoding from the byte-order mark and positions the reading just
     /// after the mark. Marks other than the five Unicode ones leave the file
-    /// as narrow text from its first byte. False, with the platform's last
-    /// error, when the file cannot be opened or positioned.
+    /// as narrow text from its first byte. A pipe or FIFO, which cannot be
+    /// positioned, is read on from the bytes after the mark (and cannot be
+    /// rewound). False, with the platform's last error, when the file cannot
+    /// be opened or positioned.
     bool Open(const zel_text::CZelStringW& path);
     /// Closes the file; reading then reports the end at once.
     void Close();
@@ -99,6 +101,9 @@ private:
     std::vector<unsigned char> block_;
     int valid_ = 0;   ///< bytes of block_ read from the file, a whole number of units
     int cursor_ = 0;  ///< the next unread byte of block_
+    /// Bytes after the valid ones (at the start of block_ before the first
+    /// refill) that the next refill keeps: a pipe's head or a cut unit.
+    int carried_ = 0;
     bool atEnd_ = true;
     /// Bytes of a narrow line gathered across refills, converted when the line
     /// ends or the buffer fills.

@@ -49,6 +49,53 @@ int ConvertWideToNarrow(char* target, int capacity, const WCHAR* text, int unitC
     return WithoutConvertedTerminator(written, target);
 }
 
+int WholeCharactersLength(const char* bytes, int count, UINT codePage) {
+    if (codePage == CP_ACP) codePage = GetACP();
+    if (codePage == CP_OEMCP) codePage = GetOEMCP();
+    const auto* text = reinterpret_cast<const unsigned char*>(bytes);
+    if (codePage == CP_UTF8) {
+        // Looks back over at most three continuation bytes for their lead.
+        for (int back = 1; back <= 3 && back <= count; ++back) {
+            const unsigned char byte = text[count - back];
+            if ((byte & 0xC0) == 0x80) continue;
+            const int needed = byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : byte >= 0xC0 ? 2 : 1;
+            return needed > back ? count - back : count;
+        }
+        return count;
+    }
+    CPINFO info;
+    if (!GetCPInfo(codePage, &info) || info.MaxCharSize == 1) return count;
+    // Code pages with shift states (50220, 65000) cannot be cut: they convert in whole pieces.
+    if (info.LeadByte[0] == 0 && codePage != 54936 && codePage != 51932 && codePage != 51949) return count;
+    const auto isLead = [&info](unsigned char byte) {
+        for (int i = 0; i + 1 < MAX_LEADBYTES && info.LeadByte[i] != 0; i += 2) {
+            if (byte >= info.LeadByte[i] && byte <= info.LeadByte[i + 1]) return true;
+        }
+        return false;
+    };
+    // The length of the character that begins at text[at]; a trail byte may
+    // look like a lead byte, so only a walk from the start tells them apart.
+    const auto length = [&](int at) {
+        const unsigned char byte = text[at];
+        switch (codePage) {
+            case 54936:  // GB18030: a digit second byte makes four bytes
+                if (byte < 0x81 || byte == 0xFF) return 1;
+                return at + 1 < count && text[at + 1] >= 0x30 && text[at + 1] <= 0x39 ? 4 : 2;
+            case 51932:  // EUC-JP: SS3 starts three bytes
+            case 51949:  // EUC-KR
+                return byte < 0x80 ? 1 : byte == 0x8F ? 3 : 2;
+            default: return isLead(byte) ? 2 : 1;
+        }
+    };
+    int start = 0;
+    while (start < count) {
+        const int next = start + length(start);
+        if (next > count) return start;
+        start = next;
+    }
+    return count;
+}
+
 bool IsCodePageUsable(int codePage) {
     switch (codePage) {
         case CP_ACP:

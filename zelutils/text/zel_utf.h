@@ -36,6 +36,14 @@ ZEL_API int MeasureWideToNarrow(const WCHAR* text, int unitCount, UINT codePage)
 ZEL_API int ConvertWideToNarrow(char* target, int capacity, const WCHAR* text, int unitCount,
                                 UINT codePage);
 
+/// How many of the first count bytes of codePage text, which starts at a
+/// character, end between two characters: a character cut short (UTF-8,
+/// the double-byte code pages, GB18030, EUC-JP and EUC-KR) is left out, so
+/// that text read in pieces converts without a character cut in two. count
+/// for single-byte code pages, code pages with shift states (ISO-2022-JP,
+/// UTF-7), and one the platform lacks.
+ZEL_API int WholeCharactersLength(const char* bytes, int count, UINT codePage);
+
 /// Whether text may be converted with codePage here: true for 0 (ANSI),
 /// 1 (OEM) and 65001 (UTF-8), true for 932 (Shift-JIS) when the platform
 /// has it, false for negative values and every other code page.
