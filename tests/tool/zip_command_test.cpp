@@ -19,8 +19,13 @@ TEST_F(ZipCommand, CreateListAddAndExtractRoundTrip) {
     EXPECT_NE(Output().find("tree/a.txt (encrypted)\n"), std::string::npos) << Output();
     EXPECT_NE(Output().find("tree/sub/b.txt (encrypted)\n"), std::string::npos) << Output();
     EXPECT_NE(Output().find(" c.txt\n"), std::string::npos) << Output();
+    // One wrong password in 256 passes the encryption header's check and
+    // fails on the data instead; either way the extraction fails.
     EXPECT_EQ(Run("zip extract " + Quoted("a.zip") + " -d " + Quoted("out") + " --password wrong"), 1);
-    EXPECT_NE(Errors().find("error opening password protected file"), std::string::npos) << Errors();
+    EXPECT_TRUE(Errors().find("error opening password protected file") != std::string::npos ||
+                Errors().find("error on unzipping source file") != std::string::npos ||
+                Errors().find("error on closing compressed file in archive") != std::string::npos)
+        << Errors();
     ASSERT_EQ(Run("zip extract " + Quoted("a.zip") + " -d " + Quoted("out") + " --password secret --overwrite"), 0)
         << Errors();
     EXPECT_EQ(Read(PathOf("out/tree/sub/b.txt")), "B");

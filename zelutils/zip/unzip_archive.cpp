@@ -516,6 +516,10 @@ bool CUnZipArchive::ExtractCurrent(const WString& name, const ZipEntryInfo& info
         }
     }
     if (total != info.uncompressedSize) {
+        // A wrong password passes the encryption header's one-byte check once
+        // in 256 tries and then decrypts to noise: for an encrypted entry that
+        // is the likely cause, not a hostile archive.
+        if ((info.flags & kEncryptedFlag) != 0) return Fail("error on unzipping source file", UNZ_BADZIPFILE);
         return Refuse("entry data differ from the size the archive declares", name, UNZ_BADZIPFILE);
     }
     result = reader.Close();
