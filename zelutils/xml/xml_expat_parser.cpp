@@ -436,129 +436,7 @@ void XmlExpatStrParser::OnCharacterData(const CZelStringW&) {}
 
 // ---- hybrid ------------------------------------------------------------
 
-// The memory of one hooked subtree's elements: chunks filled from the front
-// and never freed piece by piece. Each allocation counts as a reference until
-// its deallocation (on any thread), and the parser holds one more while it
-// builds the subtree; the last reference frees every chunk. One allocation
-// per record instead of one per element, and the parser reuses the block for
-// the next record when the last one's elements are all gone.
-class XmlRecordArena {
-public:
-    static XmlRecordArena* Create(std::size_t capacity) {
-        capacity = std::max(kSmallest, std::min(kLargest, (capacity + 63) & ~std::size_t(63)));
-        void* memory = ::operator new(sizeof(XmlRecordArena) + capacity);
-        return new (memory) XmlRecordArena(capacity);
-    }
-
-    void* Allocate(std::size_t bytes, std::size_t alignment) {
-        std::size_t padding = Padding(cursor_, alignment);
-        char* at = padding + bytes <= static_cast<std::size_t>(end_ - cursor_) ? cursor_ + padding
-                                                                                 : Grow(bytes, alignment);
-        cursor_ = at + bytes;
-        used_ += bytes;
-        zel_platform::AddReference(&refs_);
-        return at;
-    }
-    void Drop() noexcept {
-        if (zel_platform::DropReference(&refs_) == 0) Free();
-    }
-    // True when the caller's reference is the only one: no element or
-    // control block of the last subtree is left, and none can appear.
-    bool Idle() const noexcept { return zel_platform::ReadAcquire32(&refs_) == 1; }
-    // Whether the subtree took more than the first chunk.
-    bool Chained() const noexcept { return chunks_ != nullptr; }
-    std::size_t Used() const noexcept { return used_; }
-    // Empties an idle arena of one chunk for the next subtree.
-    void Reset() noexcept {
-        cursor_ = reinterpret_cast<char*>(this + 1);
-        used_ = 0;
-    }
-
-private:
-    static constexpr std::size_t kSmallest = 256;
-    static constexpr std::size_t kLargest = 1 << 20;
-    struct Chunk {
-        Chunk* next;
-    };
-
-    explicit XmlRecordArena(std::size_t capacity)
-        : cursor_(reinterpret_cast<char*>(this + 1)), end_(cursor_ + capacity), last_(capacity) {}
-
-    static std::size_t Padding(const char* at, std::size_t alignment) {
-        auto address = reinterpret_cast<std::uintptr_t>(at);
-        return (alignment - address % alignment) % alignment;
-    }
-
-    // A new chunk twice the size of the last (up to kLargest), or of bytes.
-    char* Grow(std::size_t bytes, std::size_t alignment) {
-        std::size_t capacity = std::max(std::min(2 * last_, kLargest), bytes + alignment);
-        auto* chunk = static_cast<Chunk*>(::operator new(sizeof(Chunk) + capacity));
-        chunk->next = chunks_;
-        chunks_ = chunk;
-        last_ = capacity;
-        char* start = reinterpret_cast<char*>(chunk + 1);
-        end_ = start + capacity;
-        return start + Padding(start, alignment);
-    }
-
-    void Free() noexcept {
-        for (Chunk* chunk = chunks_; chunk != nullptr;) {
-            Chunk* next = chunk->next;
-            ::operator delete(chunk);
-            chunk = next;
-        }
-        this->~XmlRecordArena();
-        ::operator delete(this);
-    }
-
-    LONG volatile refs_ = 1;
-    char* cursor_;
-    char* end_;
-    std::size_t last_;
-    std::size_t used_ = 0;
-    Chunk* chunks_ = nullptr;
-};
-
-namespace {
-
-// Draws elements and their control blocks from an arena (allocate_shared).
-template <typename T>
-struct ArenaAllocator {
-    using value_type = T;
-    explicit ArenaAllocator(XmlRecordArena* arena) noexcept : arena(arena) {}
-    template <typename U>
-    ArenaAllocator(const ArenaAllocator<U>& other) noexcept : arena(other.arena) {}
-    T* allocate(std::size_t count) {
-        return static_cast<T*>(arena->Allocate(count * sizeof(T), alignof(T)));
-    }
-    void deallocate(T*, std::size_t) noexcept { arena->Drop(); }
-    template <typename U>
-    bool operator==(const ArenaAllocator<U>& other) const noexcept { return arena == other.arena; }
-    template <typename U>
-    bool operator!=(const ArenaAllocator<U>& other) const noexcept { return arena != other.arena; }
-
-    XmlRecordArena* arena;
-};
-
-}  // namespace
-
-XmlExpatHybridParser::~XmlExpatHybridParser() {
-    if (arena_ != nullptr) arena_->Drop();
-}
-
-// The last record's arena is emptied for this one when nothing of that record
-// is left and it fitted in one chunk; otherwise a new arena is sized by what
-// the last record took.
-void XmlExpatHybridParser::StartRecord() {
-    if (arena_ != nullptr && arena_->Idle() && !arena_->Chained()) {
-        arena_->Reset();
-        return;
-    }
-    std::size_t capacity = arena_ == nullptr ? 0 : arena_->Used();
-    XmlRecordArena* arena = XmlRecordArena::Create(capacity);
-    if (arena_ != nullptr) arena_->Drop();
-    arena_ = arena;
-}
+XmlExpatHybridParser::~XmlExpatHybridParser() = default;
 
 void XmlExpatHybridParser::CreateOrReset(const char* encoding) {
     XmlExpatStrParser::CreateOrReset(encoding);
@@ -569,13 +447,7 @@ void XmlExpatHybridParser::CreateOrReset(const char* encoding) {
 
 void XmlExpatHybridParser::OnStartElement(const CZelStringW& name, XmlAttributes& attributes) {
     bool hooked = IsHooked(name);
-    XmlElementPtr element;
-    if (hooked || hookDepth_ >= 1) {
-        if (hookDepth_ < 1) StartRecord();
-        element = std::allocate_shared<XmlElement>(ArenaAllocator<XmlElement>(arena_), name);
-    } else {
-        element = std::make_shared<XmlElement>(name);
-    }
+    auto element = std::make_shared<XmlElement>(name);
     element->SetAttributes(std::move(attributes));
     stack_.push_back(OpenElement{std::move(element), completed_.size(), hooked});
     if (hooked) {
@@ -611,16 +483,7 @@ void XmlExpatHybridParser::OnCharacterData(const CZelStringW& text) {
     if (!stack_.empty()) stack_.back().element->AppendText(text);
 }
 
-bool XmlExpatHybridParser::IsHooked(const CZelStringW& name) const {
-    std::uint64_t address = reinterpret_cast<std::uintptr_t>(name.GetString());
-    HookAnswer& answer = hookAnswers_[(address * 0x9E3779B97F4A7C15u) >> (64 - kHookAnswerBits)];
-    if (!answer.known || answer.name.GetString() != name.GetString()) {
-        answer.hooked = hooks_.count(name) != 0;
-        answer.name = name;
-        answer.known = true;
-    }
-    return answer.hooked;
-}
+bool XmlExpatHybridParser::IsHooked(const CZelStringW& name) const { return hooks_.count(name) != 0; }
 
 void XmlExpatHybridParser::OnOuterStart(const CZelStringW&) {}
 void XmlExpatHybridParser::OnOuterEnd(const XmlElementPtr&) {}
@@ -632,7 +495,6 @@ void XmlExpatHybridParser::OnSubtree(const XmlElementPtr& element) {
 
 void XmlExpatHybridParser::RegisterHook(const CZelStringW& name, Handler handler) {
     hooks_[name] = std::move(handler);
-    for (HookAnswer& answer : hookAnswers_) answer = HookAnswer();
 }
 
 void XmlExpatHybridParser::RegisterImporter(const CZelStringW& name, IDomXmlHookImporter& importer) {

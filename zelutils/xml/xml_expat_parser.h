@@ -168,7 +168,6 @@ private:
 };
 
 class XmlExpatHybridParser;
-class XmlRecordArena;
 
 /// A record importer: receives each completed subtree of the names it is
 /// registered for.
@@ -180,12 +179,6 @@ public:
 };
 
 /// The streaming parser with whole subtrees for registered names.
-///
-/// The elements of one handed-over subtree (with their shared-pointer
-/// control blocks) share one block of memory, freed when the last of them
-/// goes, on whichever thread that is: an element kept after its subtree was
-/// dropped keeps the whole subtree's block alive (not its siblings' objects,
-/// which are destroyed as usual). XmlTreeParser's subtree is the document.
 class ZEL_API XmlExpatHybridParser : public XmlExpatStrParser {
 public:
     /// The exception of the XML layer ("Generic Error" from the accessors).
@@ -237,21 +230,6 @@ private:
     std::vector<XmlElementPtr> completed_;
     std::map<zel_text::CZelStringW, Handler, XmlNameLess> hooks_;
     int hookDepth_ = 0;
-    // The memory of the elements of the hooked subtree being built; held by
-    // the parser until the next one starts.
-    XmlRecordArena* arena_ = nullptr;
-    void StartRecord();
-    // The default IsHooked's answers by the address of the name's text: the
-    // parser hands a repeated name in the same buffer, which the entry holds
-    // so that the address cannot be reused for another text. Emptied when
-    // the hooks change.
-    struct HookAnswer {
-        zel_text::CZelStringW name;
-        bool known = false;
-        bool hooked = false;
-    };
-    static constexpr int kHookAnswerBits = 6;
-    mutable HookAnswer hookAnswers_[1 << kHookAnswerBits];
 };
 
 /// Builds the whole document as one tree.
