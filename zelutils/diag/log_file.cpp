@@ -140,11 +140,10 @@ public:
             PutTwoDigits(p, time.second);
         }
         if (!hasThread_ || threadId != threadId_) {
-            static const char kHex[] = "0123456789abcdef";
             hasThread_ = true;
             threadId_ = threadId;
             char* p = text_ + 15;
-            for (int shift = 28; shift >= 0; shift -= 4) *p++ = kHex[(threadId >> shift) & 0xF];
+            for (int shift = 28; shift >= 0; shift -= 4) *p++ = zel_text::chars::kHexDigitsLower[(threadId >> shift) & 0xF];
         }
         text_[9] = static_cast<char>('0' + time.millisecond / 100);
         PutTwoDigits(text_ + 10, time.millisecond % 100);
