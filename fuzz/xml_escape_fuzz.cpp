@@ -4,6 +4,7 @@
 // also survive the library's own unescaping. The input's bytes, read as
 // UTF-16 units (NUL and lone surrogates included), must reach the writer's
 // file as the escaped pieces converted whole to UTF-8.
+#include "tests/support/xml_piece_bytes.h"
 #include "zelutils/text/zel_utf.h"
 #include "zelutils/xml/xml_expat_parser.h"
 #include "zelutils/xml/xml_writer.h"
@@ -47,19 +48,6 @@ const CZelStringW& Parsed(zel::XmlTreeParser& parser, const CZelStringUtf8& doc)
     return parser.Root()->Text();
 }
 
-// The bytes of one piece: ASCII as it is, anything else through the codec.
-std::string PieceBytes(const CZelStringW& piece) {
-    std::string bytes;
-    for (int i = 0; i < piece.GetLength(); ++i) {
-        if (piece.GetAt(i) >= 0x80) {
-            CZelStringUtf8 utf8(piece);
-            return std::string(utf8.GetString(), static_cast<std::size_t>(utf8.GetLength()));
-        }
-        bytes += static_cast<char>(piece.GetAt(i));
-    }
-    return bytes;
-}
-
 // The writer's file, removed after each input: a file truncated and closed
 // again would make the file system write it out each time.
 const std::filesystem::path& WriterFile() {
@@ -85,7 +73,7 @@ void CheckWriterBytes(const std::uint8_t* data, std::size_t size) {
     const CZelStringW element =
         CZelStringW(ZW("<")) + escaped + ZW(">") + escaped + ZW("</") + escaped + ZW(">\r\n");
     const std::string expected = "\xEF\xBB\xBF<?xml version=\"1.1\" encoding=\"UTF-8\"?>\r\n" +
-                                 PieceBytes(escaped) + PieceBytes(element);
+                                 zel_test::PieceBytes(escaped) + zel_test::PieceBytes(element);
     std::ifstream in(WriterFile(), std::ios::binary);
     const std::string written(std::istreambuf_iterator<char>(in), {});
     in.close();

@@ -10,7 +10,17 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <string>
+#include <thread>
+
+#ifndef _WIN32
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
 
 using namespace zel_core;
 using zel_test::CrashTest;
@@ -167,24 +177,40 @@ TEST_F(CrashReportTest, AFaultInsideTheReportEndsTheProcessAtOnceWithAFailureSta
 
 namespace {
 
-// Two workers fault together: the first reporter lets the second fault
-// while it still holds the report, so the second must wait for it.
+// Two workers fault together: the first reporter lets the second go on
+// while it still holds the report, so the second must wait for it. Both
+// are past the line a worker logs as it starts before the first faults: a
+// report holds the log's lock, so that line would wait for the report.
+std::atomic<int> gStarted{0};
 std::atomic<int> gStage{0};
+
+void StartTogether() {
+    ++gStarted;
+    while (gStarted.load() != 2) Sleep(1);
+}
 
 class HoldingHandler : public zel::IZelCrashHandler {
 public:
     void handleCrash(DWORD) override {
         if (gStage.exchange(1) != 0) return;
         while (gStage.load() != 2) Sleep(1);
-        Sleep(50);  // the second fault is on its way into the lock
+        Sleep(50);  // the second thread is on its way into the lock
     }
 };
 
-DWORD FaultFirst(void*) { return zel_test::WriteThroughNull(nullptr); }
+DWORD FaultFirst(void*) {
+    StartTogether();
+    return zel_test::WriteThroughNull(nullptr);
+}
 
-DWORD FaultWhenTheFirstReports(void*) {
+void WaitForTheFirstReport() {
+    StartTogether();
     while (gStage.load() != 1) Sleep(1);
     gStage = 2;
+}
+
+DWORD FaultWhenTheFirstReports(void*) {
+    WaitForTheFirstReport();
     return zel_test::WriteThroughNull(nullptr);
 }
 
@@ -213,3 +239,105 @@ TEST_F(CrashReportTest, TwoThreadsFaultingAtOnceReportOneAfterTheOtherIntoTwoSlo
     EXPECT_EQ(SlotEntries(0), 2);
     EXPECT_EQ(SlotEntries(1), 2);
 }
+
+namespace {
+
+// A child that deadlocks ends with status 2 instead of hanging the suite.
+void EndTheChildIfItHangs() {
+    std::thread([] {
+        std::this_thread::sleep_for(std::chrono::seconds(60));
+        std::fputs("the child hung\n", stderr);
+        std::_Exit(2);
+    }).detach();
+}
+
+// The first reporter logs once the second thread is inside a log line
+// that faults, holding the log's lock.
+class LoggingHandler : public HoldingHandler {
+public:
+    void handleCrash(DWORD code) override {
+        bool first = gStage.load() == 0;
+        HoldingHandler::handleCrash(code);
+        if (first) logPrintf("the first report logs on");
+    }
+};
+
+DWORD FaultInsideALogLine(void*) {
+    WaitForTheFirstReport();
+    logPrintf("%s", reinterpret_cast<const char*>(static_cast<std::uintptr_t>(8)));
+    return 0;
+}
+
+}  // namespace
+
+// A fault inside a log line leaves its thread holding the log's lock. It
+// waits for a report that another thread is writing, and that report logs:
+// both must land, and the hold must be let go once the guard handled it.
+TEST_F(CrashReportTest, AFaultInsideALogLineWhileAnotherThreadReportsIsReportedAfterIt) {
+    EXPECT_EXIT(
+        {
+            EndTheChildIfItHangs();
+            UseFolder();
+            LoggingHandler handler;
+            zel::SetCrashHandler(&handler);
+            HANDLE inLine = zel::thread::CreateWorkerThread("t.cpp", 1, "in line", FaultInsideALogLine, nullptr, 0, 0);
+            HANDLE first = zel::thread::CreateWorkerThread("t.cpp", 2, "first", FaultFirst, nullptr, 0, 0);
+            bool ok = zel::thread::WaitForWorkerThread(first) && zel::thread::WaitForWorkerThread(inLine);
+            DWORD inLineCode = 0;
+            ok = ok && GetExitCodeThread(inLine, &inLineCode) && inLineCode == EXCEPTION_ACCESS_VIOLATION;
+            CloseHandle(first);
+            CloseHandle(inLine);
+            logPrintf("main thread logs on");
+            FinishChild(ok, "the workers' results");
+        },
+        ::testing::ExitedWithCode(0), "");
+    std::string log = LogText();
+    std::size_t firstReport = log.find("APPCRASH (");
+    std::size_t logsOn = log.find("the first report logs on\r\n");
+    EXPECT_LT(firstReport, logsOn) << log;
+    EXPECT_NE(log.find("APPCRASH (", logsOn), std::string::npos) << "the line's fault, reported after the first";
+    EXPECT_TRUE(Has(log, "main thread logs on\r\n")) << "the faulted line's hold on the log is let go";
+    EXPECT_TRUE(Has(log, "Logging finished\r\n"));
+    EXPECT_EQ(SlotEntries(0), 2);
+    EXPECT_EQ(SlotEntries(1), 2);
+}
+
+#ifndef _WIN32
+namespace {
+
+// Starts a program from inside the report, as a host's uploader would.
+class ForkingHandler : public zel::IZelCrashHandler {
+public:
+    void handleCrash(DWORD) override {
+        pid_t child = ::fork();
+        if (child == 0) {
+            logPrintf("forked from the report");
+            std::exit(0);
+        }
+        int status = 0;
+        forkedCleanly = child > 0 && ::waitpid(child, &status, 0) == child && WIFEXITED(status) &&
+                        WEXITSTATUS(status) == 0;
+    }
+    bool forkedCleanly = false;
+};
+
+}  // namespace
+
+TEST_F(CrashReportTest, AHandlerThatForksGetsAChildThatLogsAndAParentThatGoesOn) {
+    EXPECT_EXIT(
+        {
+            EndTheChildIfItHangs();
+            UseFolder();
+            ForkingHandler handler;
+            zel::SetCrashHandler(&handler);
+            bool handled = !guardedCall("host.cpp", 9, zel_test::WriteThroughNull, nullptr, nullptr);
+            logPrintf("parent logs on");
+            FinishChild(handled && handler.forkedCleanly, "the fork inside the report");
+        },
+        ::testing::ExitedWithCode(0), "");
+    std::string log = LogText();
+    EXPECT_TRUE(Has(log, "forked from the report\r\n")) << log;
+    EXPECT_TRUE(Has(log, "parent logs on\r\n"));
+    EXPECT_EQ(SlotEntries(0), 2);
+}
+#endif

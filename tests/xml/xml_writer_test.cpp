@@ -1,6 +1,7 @@
 #include "zelutils/xml/xml_writer.h"
 
 #include "tests/support/temp_folder.h"
+#include "tests/support/xml_piece_bytes.h"
 #include "zelutils/platform/win32.h"
 #include "zelutils/text/zel_number_format.h"
 #include "zelutils/text/zel_utf.h"
@@ -101,20 +102,6 @@ TEST_F(XmlWriterTest, TypedValuesUseTheReadableForms) {
                                   "<i>-9000000000</i>\r\n<x>1.5</x>\r\n<p>2.35</p>\r\n<n></n>\r\n");
 }
 
-// The bytes of one piece as the writer used to make them: the piece built in
-// UTF-16 and converted whole (ASCII as it is, anything else by the codec).
-std::string PieceBytes(const CZelStringW& piece) {
-    std::string bytes;
-    for (int i = 0; i < piece.GetLength(); ++i) {
-        if (piece.GetAt(i) >= 0x80) {
-            CZelStringUtf8 utf8(piece);
-            return std::string(utf8.GetString(), static_cast<std::size_t>(utf8.GetLength()));
-        }
-        bytes += static_cast<char>(piece.GetAt(i));
-    }
-    return bytes;
-}
-
 // Texts that cross the writer's 4- and 8-unit blocks at every offset: plain
 // runs broken by entities, NUL, other BMP characters, surrogate pairs and lone
 // halves.
@@ -152,7 +139,7 @@ TEST_F(XmlWriterTest, BytesEqualThePiecesConvertedWholeAndExceptionsCarryThem) {
     auto check = [&](const CZelStringW& piece, auto write) {
         const int depth = XmlWriter::Depth();
         write(writer);
-        expected += PieceBytes(piece);
+        expected += zel_test::PieceBytes(piece);
         const int next = XmlWriter::Depth();
         XmlWriter::SetDepth(depth);
         try {

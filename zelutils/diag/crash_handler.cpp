@@ -17,18 +17,29 @@ namespace {
 
 using zel_text::CZelStringW;
 
-// One report at a time, process-wide. tReporting tells a fault inside the
-// report (on the reporting thread) from a fault on another thread, which
-// waits for the lock instead.
+// One report at a time, process-wide. Every path takes the log's lock
+// before this one: a report holds the log's lock throughout (a thread that
+// faulted inside a log line already holds it, and the report's own lines
+// need it). tReporting tells a fault inside the report (on the reporting
+// thread) from a fault on another thread, which waits for the locks instead.
 std::mutex gReportLock;
 std::atomic<bool> gHandlingCrash{false};
 thread_local bool tReporting = false;
 std::atomic<zel::IZelCrashHandler*> gHandler{nullptr};
 
-// A fork while another thread reports must not leave the child's lock held
-// by a thread that does not exist there.
-void LockBeforeFork() { gReportLock.lock(); }
-void UnlockAfterFork() { gReportLock.unlock(); }
+// A fork while another thread reports waits for the report, taking the
+// locks in the reports' order, so that the child's are not held by a
+// thread it does not have. The reporting thread itself may fork (from a
+// crash handler): it holds the report's lock already, and its copy in the
+// child finishes the report and lets go of it there.
+void LockBeforeFork() {
+    LogLock::acquire();
+    if (!tReporting) gReportLock.lock();
+}
+void UnlockAfterFork() {
+    if (!tReporting) gReportLock.unlock();
+    LogLock::release();
+}
 
 constexpr int kSlotCount = 10;
 const WCHAR kDumpSettingsKey[] = ZW("System\\ErrorReporting\\DumpSettings");
@@ -156,6 +167,7 @@ LONG reportCrash(EXCEPTION_POINTERS* fault, const char* sourceFile, int sourceLi
     static const bool forkHandled = (zel_platform::RegisterForkHandlers(LockBeforeFork, UnlockAfterFork, UnlockAfterFork), true);
     (void)forkHandled;
     {
+        LogLock logLock;
         std::lock_guard<std::mutex> lock(gReportLock);
         tReporting = true;
         gHandlingCrash = true;
@@ -169,7 +181,11 @@ LONG reportCrash(EXCEPTION_POINTERS* fault, const char* sourceFile, int sourceLi
 bool guardedCall(const char* sourceFile, int sourceLine, DWORD (*function)(void*), void* argument, DWORD* result,
                  int mode) {
     GuardedCallContext context{sourceFile, sourceLine, mode, 0};
+    const int logHolds = LogLock::levels();
     if (zel_platform::RunGuarded(function, argument, GuardFilter, &context, result)) return true;
+    // The fault abandoned the guarded frames: holds they had on the log's
+    // lock (a fault inside a log line) would never be let go.
+    LogLock::releaseTo(logHolds);
     if (result != nullptr) *result = context.code;
     return false;
 }

@@ -7,7 +7,10 @@
 /// there (section "Settings", key "LastDumpIndex") names the slot used last.
 ///
 /// Reports are serialised process-wide: a thread that faults while another
-/// reports waits for its turn and then reports into the next slot. A fault
+/// reports waits for its turn and then reports into the next slot. A report
+/// holds the log's lock throughout (zel_core::LogLock, taken before the
+/// report's own), so lines that other threads log meanwhile wait for it,
+/// and a thread that faults inside a log line reports in its turn. A fault
 /// on the reporting thread itself, inside the report, ends the process at
 /// once with TerminateProcess(0xBADEE000); a POSIX exit status keeps 8 bits,
 /// so there the parent sees status 255, never a status that reads as
@@ -40,8 +43,9 @@ ZEL_API LONG reportCrash(EXCEPTION_POINTERS* fault, const char* sourceFile, int 
 /// Runs *result = function(argument) under the crash guard, reporting a
 /// fault with sourceFile and sourceLine as its position. True when function
 /// returned; false when a fault was reported and handled (*result then
-/// holds the fault's exception code). A fault the filter passes on ends
-/// the process by the fault itself.
+/// holds the fault's exception code), after letting go of the holds on the
+/// log's lock that the abandoned frames had (a fault inside a log line). A
+/// fault the filter passes on ends the process by the fault itself.
 ZEL_API bool guardedCall(const char* sourceFile, int sourceLine, DWORD (*function)(void* argument), void* argument,
                          DWORD* result, int mode = kCrashHandle);
 
@@ -54,7 +58,8 @@ namespace zel {
 
 /// A host's hook into crash reports: handleCrash runs on the faulting
 /// thread at the end of each report, inside it (a fault there ends the
-/// process as any fault inside the report does).
+/// process as any fault inside the report does). It runs under the log's
+/// lock: it may log, but must not wait for another thread that logs.
 class ZEL_API IZelCrashHandler {
 public:
     virtual ~IZelCrashHandler();

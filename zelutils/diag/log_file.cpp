@@ -140,11 +140,10 @@ public:
             PutTwoDigits(p, time.second);
         }
         if (!hasThread_ || threadId != threadId_) {
-            static const char kHex[] = "0123456789abcdef";
             hasThread_ = true;
             threadId_ = threadId;
             char* p = text_ + 15;
-            for (int shift = 28; shift >= 0; shift -= 4) *p++ = kHex[(threadId >> shift) & 0xF];
+            for (int shift = 28; shift >= 0; shift -= 4) *p++ = zel_text::chars::kHexDigitsLower[(threadId >> shift) & 0xF];
         }
         text_[9] = static_cast<char>('0' + time.millisecond / 100);
         PutTwoDigits(text_ + 10, time.millisecond % 100);
@@ -220,8 +219,9 @@ constexpr std::size_t kCutMarkerLength = sizeof kCutMarker - 1;
 // Room behind a line's text: the cut marker and CR LF.
 constexpr std::size_t kLineTail = kCutMarkerLength + 2;
 
-// The log the fork handlers serve; set once, when it is made.
-std::atomic<LogFile*> gForkLog{nullptr};
+// The log once it is made (set once), which the fork handlers and LogLock
+// serve also while the process shuts down.
+std::atomic<LogFile*> gMadeLog{nullptr};
 
 }  // namespace
 
@@ -243,7 +243,7 @@ struct LogFileHolder {
         counter.extension = ZW(".log.txt");
         counter.limit = kLogFileCount;
         if (log->open(zel_settings::NextSequenceFileName(counter))) log->WriteStartLine();
-        gForkLog.store(log);
+        gMadeLog.store(log);
         zel_platform::RegisterForkHandlers(LogFile::LockBeforeFork, LogFile::UnlockInParent,
                                            LogFile::StartAfreshInChild);
     }
@@ -284,7 +284,7 @@ void LogFile::shutDown() {
     // A thread the system ended at process exit may have held the lock; no
     // other thread is left to use the log, so it gets a fresh one. Its
     // half-built line never reached the buffer, which grows only by whole lines.
-    if (zel_platform::OtherThreadsHaveEnded()) new (&lock_) std::recursive_mutex();
+    if (zel_platform::OtherThreadsHaveEnded()) lock_.reset(lock_.levels());
     Lock lock(*this);
     if (closed_) return;
     if (writesClosingLine_) writeLine(kLogLevelNormal, ZW("Logging finished"));
@@ -314,7 +314,7 @@ void LogFile::FlushNow() {
 }
 
 void LogFile::LockBeforeFork() {
-    LogFile* log = gForkLog.load();
+    LogFile* log = gMadeLog.load();
     if (log == nullptr) return;
     log->lock_.lock();
     // The parent's buffered lines reach the file before the child can write
@@ -324,16 +324,19 @@ void LogFile::LockBeforeFork() {
 }
 
 void LogFile::UnlockInParent() {
-    if (LogFile* log = gForkLog.load()) log->Unlock();
+    if (LogFile* log = gMadeLog.load()) log->Unlock();
 }
 
 void LogFile::StartAfreshInChild() {
-    LogFile* log = gForkLog.load();
+    LogFile* log = gMadeLog.load();
     if (log == nullptr) return;
-    // The lock belongs to a thread of the parent: the child makes a new one.
-    // The buffered lines are the parent's to write, and so is the closing
-    // line; the child's own lines go to the same file.
-    new (&log->lock_) std::recursive_mutex();
+    // The lock may be held by threads the child does not have: it gets a
+    // fresh one, which the forking thread holds as often as it did before
+    // LockBeforeFork (it forked from inside a log line or a crash report,
+    // and lets go of those holds as it returns from them). The buffered
+    // lines are the parent's to write, and so is the closing line; the
+    // child's own lines go to the same file.
+    log->lock_.reset(log->lock_.levels() - 1);
     log->flushRequested_.store(false);
     log->bufferUsed_ = 0;
     log->writesClosingLine_ = false;
@@ -643,6 +646,31 @@ void logBytes(const char* prefix, const void* data, std::size_t count) {
     }
     line.ReleaseBuffer(static_cast<int>(out - first));
     log->write(kLogLevelNormal, line.GetString(), line.GetLength());
+}
+
+LogLock::LogLock() {
+    LiveLog();
+    acquire();
+}
+
+void LogLock::acquire() {
+    if (LogFile* log = gMadeLog.load()) log->lock_.lock();
+}
+
+void LogLock::release() {
+    LogFile* log = gMadeLog.load();
+    if (log != nullptr && log->lock_.levels() > 0) log->Unlock();
+}
+
+int LogLock::levels() {
+    LogFile* log = gMadeLog.load();
+    return log != nullptr ? log->lock_.levels() : 0;
+}
+
+void LogLock::releaseTo(int levels) {
+    LogFile* log = gMadeLog.load();
+    if (log == nullptr) return;
+    for (int held = log->lock_.levels(); held > std::max(levels, 0); --held) log->Unlock();
 }
 
 void logFlush() {

@@ -35,6 +35,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
+#include <new>
+#include <thread>
 #include <vector>
 
 namespace zel_core {
@@ -51,8 +53,8 @@ enum LogLevel : DWORD {
 constexpr int kLogLineCap = 1 << 20;
 
 /// The process-wide log file. Reached through instance(); every line is
-/// built and buffered under a recursive lock, so lines never interleave and
-/// a thread may log while it already holds the lock.
+/// built and buffered under a recursive lock (see LogLock), so lines never
+/// interleave and a thread may log while it already holds the lock.
 class ZEL_API LogFile {
 public:
     /// The process's log, created (and its file opened) on first use.
@@ -92,6 +94,60 @@ public:
     zel_text::CZelStringW filePath();
 
 private:
+    // The log's recursive lock. It knows which thread holds it and how many
+    // times, so that a guard can let go of the holds of frames that a fault
+    // abandoned, and a forked child can keep those of the forking thread.
+    class HeldLock {
+    public:
+        void lock() {
+            if (HeldHere()) {
+                ++levels_;
+                return;
+            }
+            mutex_.lock();
+            Own(1);
+        }
+        bool try_lock() {
+            if (HeldHere()) {
+                ++levels_;
+                return true;
+            }
+            if (!mutex_.try_lock()) return false;
+            Own(1);
+            return true;
+        }
+        // Called only by the holder.
+        void unlock() {
+            if (--levels_ != 0) return;
+            owner_.store(std::thread::id(), std::memory_order_relaxed);
+            mutex_.unlock();
+        }
+        // How many times the calling thread holds the lock (0: not at all).
+        int levels() const { return HeldHere() ? levels_ : 0; }
+        // Makes the lock afresh, held levels times by the calling thread:
+        // whatever other threads held (threads that no longer exist) is gone.
+        void reset(int levels) {
+            new (&mutex_) std::mutex();
+            owner_.store(std::thread::id(), std::memory_order_relaxed);
+            levels_ = 0;
+            if (levels <= 0) return;
+            mutex_.lock();
+            Own(levels);
+        }
+
+    private:
+        // Only the holder can find its own id here, so a relaxed load tells.
+        bool HeldHere() const { return owner_.load(std::memory_order_relaxed) == std::this_thread::get_id(); }
+        void Own(int levels) {
+            owner_.store(std::this_thread::get_id(), std::memory_order_relaxed);
+            levels_ = levels;
+        }
+
+        std::mutex mutex_;
+        std::atomic<std::thread::id> owner_{};
+        int levels_ = 0;
+    };
+
     /// Holds the log's lock; letting it go first carries out a flush that
     /// another thread requested meanwhile.
     class Lock {
@@ -143,10 +199,11 @@ private:
     static void SendToDebugger(const WCHAR* line, int length);
     void WriteStartLine();
     friend struct LogFileHolder;
+    friend class LogLock;
 
     HANDLE handle_ = INVALID_HANDLE_VALUE;
     zel_text::CZelStringW path_;
-    std::recursive_mutex lock_;
+    HeldLock lock_;
     std::atomic<bool> flushRequested_{false};
     bool closed_ = false;
     bool writesClosingLine_ = true;
@@ -158,6 +215,36 @@ private:
     std::vector<char> buffer_;  // UTF-8 bytes not yet written; size() is the room, bufferUsed_ the bytes
     std::size_t bufferUsed_ = 0;
     std::vector<WCHAR> wideText_;  // a wide line's formatted text, a narrow line's conversion
+};
+
+/// The log's lock, held by the object for its lifetime: no other thread
+/// writes a line meanwhile, while the holder still may (the lock is
+/// recursive). Code that takes a lock of its own and logs under it takes
+/// this one first, so that every path takes the two in the same order: a
+/// thread that faults inside a log line, holding the log's lock, then
+/// cannot deadlock with one that waits for the log under the other lock.
+class ZEL_API LogLock {
+public:
+    /// Makes the log on first use and takes one hold for the calling thread.
+    /// Once the process is shutting down without ever having made the log,
+    /// there is nothing to hold (lines are dropped).
+    LogLock();
+    ~LogLock() { release(); }
+    LogLock(const LogLock&) = delete;
+    LogLock& operator=(const LogLock&) = delete;
+
+    /// Takes one hold for the calling thread when the log is made, and
+    /// makes nothing: for holds that no scope can carry, such as a fork
+    /// handler's (a log made there would register fork handlers of its own
+    /// in the middle of a fork).
+    static void acquire();
+    /// Lets go of one hold of the calling thread's; nothing when it has none.
+    static void release();
+    /// How many holds the calling thread has (0: none, or no log made).
+    static int levels();
+    /// Lets go of the calling thread's holds beyond levels: those of frames
+    /// that a fault abandoned, which nothing else would ever let go.
+    static void releaseTo(int levels);
 };
 
 ///@{

@@ -19,6 +19,12 @@
 
 namespace zel_text::chars {
 
+/// The hexadecimal digits in lower case: the digit of a value from 0 to 15
+/// is kHexDigitsLower[value].
+inline constexpr char kHexDigitsLower[] = "0123456789abcdef";
+/// The hexadecimal digits in upper case, as kHexDigitsLower.
+inline constexpr char kHexDigitsUpper[] = "0123456789ABCDEF";
+
 /// The code unit as an unsigned number, so that comparisons order text by
 /// unit value whatever the signedness of the character type.
 template <typename T>

@@ -4,6 +4,7 @@
 #include "zelutils/text/zel_printf.h"
 
 #include "zelutils/platform/stringapiset.h"
+#include "zelutils/text/zel_chars.h"
 
 #include <climits>
 #include <cmath>
@@ -382,7 +383,7 @@ char* WriteDigits(std::uint64_t value, unsigned base, bool upper, char* end) {
         }
         return end;
     }
-    const char* digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
+    const char* digits = upper ? chars::kHexDigitsUpper : chars::kHexDigitsLower;
     unsigned shift = base == 16 ? 4 : 3;
     do {
         *--end = digits[value & (base - 1)];

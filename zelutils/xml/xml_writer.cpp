@@ -1,6 +1,7 @@
 #include "zelutils/xml/xml_writer.h"
 
 #include "zelutils/platform/win32.h"
+#include "zelutils/text/zel_chars.h"
 #include "zelutils/text/zel_number_format.h"
 #include "zelutils/text/zel_utf.h"
 
@@ -166,9 +167,8 @@ public:
     }
     // byte as two lower-case hexadecimal digits ("%02x").
     void AddHexByte(unsigned byte) {
-        static constexpr char kDigits[] = "0123456789abcdef";
-        Add(kDigits[(byte >> 4) & 0xF]);
-        Add(kDigits[byte & 0xF]);
+        Add(zel_text::chars::kHexDigitsLower[(byte >> 4) & 0xF]);
+        Add(zel_text::chars::kHexDigitsLower[byte & 0xF]);
     }
     const char* Text() const { return text_; }
     std::size_t Length() const { return length_; }

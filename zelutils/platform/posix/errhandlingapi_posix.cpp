@@ -11,6 +11,7 @@
 
 #include "zelutils/platform/posix/fault_state_posix.h"
 #include "zelutils/platform/processthreadsapi.h"
+#include "zelutils/text/zel_chars.h"
 
 #include <execinfo.h>
 #include <fcntl.h>
@@ -107,7 +108,7 @@ public:
         digits[0] = '0';
         digits[1] = 'x';
         for (int i = 0; i < static_cast<int>(2 * sizeof(value)); ++i) {
-            digits[2 + i] = "0123456789abcdef"[(value >> (4 * (2 * sizeof(value) - 1 - i))) & 0xF];
+            digits[2 + i] = zel_text::chars::kHexDigitsLower[(value >> (4 * (2 * sizeof(value) - 1 - i))) & 0xF];
         }
         digits[sizeof(digits) - 1] = 0;
         Text(digits);

@@ -8,6 +8,7 @@
 #include "zelutils/platform/posix/handle_table.h"
 #include "zelutils/platform/posix/path_conversion.h"
 #include "zelutils/platform/posix/system_calls.h"
+#include "zelutils/text/zel_chars.h"
 
 #include <sys/file.h>
 #include <sys/statvfs.h>
@@ -328,11 +329,10 @@ std::size_t LastComponentStart(const WCHAR* path) {
 // ---- temporary names ----------------------------------------------------
 
 void AppendHex(WideString& out, UINT value) {
-    static const char kDigits[] = "0123456789ABCDEF";
     WCHAR digits[8];
     int count = 0;
     do {
-        digits[count++] = static_cast<WCHAR>(kDigits[value & 0xF]);
+        digits[count++] = static_cast<WCHAR>(zel_text::chars::kHexDigitsUpper[value & 0xF]);
         value >>= 4;
     } while (value != 0);
     while (count > 0) out += digits[--count];
