@@ -343,6 +343,7 @@ TEST_F(ZipArchiveTest, AFileInTheWayStopsExtractAllBeforeAnythingIsWritten) {
     EXPECT_EQ(Get("out/b"), "old");
     EXPECT_TRUE(unzip.ExtractAll(true, true, nullptr));
     EXPECT_EQ(Get("out/b"), "new b");
+    unzip.Close();
     std::filesystem::remove_all(Folder() / "out");
     std::filesystem::remove(Folder() / "two.zip");
 }
