@@ -75,6 +75,15 @@ namespace zel_platform {
 /// on Windows, where the system's settings rule.
 ZEL_API bool SetProcessCodePages(UINT ansiCodePage, UINT oemCodePage);
 
+/// Whether byte begins a two-byte character in the code page that info
+/// (from GetCPInfo) describes: it lies in one of its lead-byte ranges.
+inline bool IsLeadByteIn(const CPINFO& info, unsigned char byte) {
+    for (int i = 0; i + 1 < MAX_LEADBYTES && info.LeadByte[i] != 0; i += 2) {
+        if (byte >= info.LeadByte[i] && byte <= info.LeadByte[i + 1]) return true;
+    }
+    return false;
+}
+
 /// The ways the UTF-8 codec of the POSIX emulation (code page 65001) can
 /// convert; every one gives the same results.
 enum class Utf8CodecPath {

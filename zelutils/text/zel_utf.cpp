@@ -67,12 +67,7 @@ int WholeCharactersLength(const char* bytes, int count, UINT codePage) {
     if (!GetCPInfo(codePage, &info) || info.MaxCharSize == 1) return count;
     // Code pages with shift states (50220, 65000) cannot be cut: they convert in whole pieces.
     if (info.LeadByte[0] == 0 && codePage != 54936 && codePage != 51932 && codePage != 51949) return count;
-    const auto isLead = [&info](unsigned char byte) {
-        for (int i = 0; i + 1 < MAX_LEADBYTES && info.LeadByte[i] != 0; i += 2) {
-            if (byte >= info.LeadByte[i] && byte <= info.LeadByte[i + 1]) return true;
-        }
-        return false;
-    };
+    const auto isLead = [&info](unsigned char byte) { return zel_platform::IsLeadByteIn(info, byte); };
     // The length of the character that begins at text[at]; a trail byte may
     // look like a lead byte, so only a walk from the start tells them apart.
     const auto length = [&](int at) {

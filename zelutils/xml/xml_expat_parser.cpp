@@ -141,13 +141,6 @@ UINT CodePageOfEncoding(const char* declared) {
     return 0;
 }
 
-bool IsLeadByte(const CPINFO& info, unsigned byte) {
-    for (std::size_t i = 0; i + 1 < MAX_LEADBYTES && info.LeadByte[i] != 0; i += 2) {
-        if (byte >= info.LeadByte[i] && byte <= info.LeadByte[i + 1]) return true;
-    }
-    return false;
-}
-
 // A double-byte code page and the character its invalid sequences decode
 // to, packed in Expat's data pointer: code pages fit in 16 bits.
 void* PackDoubleByte(UINT codePage, WCHAR invalid) {
@@ -186,7 +179,7 @@ int XMLCALL OnUnknownEncoding(void*, const XML_Char* name, XML_Encoding* info) {
     bool doubleByte = shape.MaxCharSize == 2 && shape.LeadByte[0] != 0;
     if (shape.MaxCharSize != 1 && !doubleByte) return XML_STATUS_ERROR;
     for (unsigned byte = 0; byte < 256; ++byte) {
-        if (doubleByte && IsLeadByte(shape, byte)) {
+        if (doubleByte && zel_platform::IsLeadByteIn(shape, static_cast<unsigned char>(byte))) {
             info->map[byte] = -2;
             continue;
         }

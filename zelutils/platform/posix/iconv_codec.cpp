@@ -75,13 +75,6 @@ constexpr MultiByteShape kMultiByteShapes[] = {
     {65000, 5, u'?', {}},
 };
 
-bool IsLeadByte(const CPINFO& info, unsigned char byte) {
-    for (std::size_t i = 0; i + 1 < MAX_LEADBYTES && info.LeadByte[i] != 0; i += 2) {
-        if (byte >= info.LeadByte[i] && byte <= info.LeadByte[i + 1]) return true;
-    }
-    return false;
-}
-
 /// Runs iconv over the whole input; false on an error other than a full
 /// output buffer (errno tells which).
 bool Convert(iconv_t descriptor, const void* source, std::size_t bytes, void* target, std::size_t* targetBytes) {
@@ -181,7 +174,7 @@ private:
             info.DefaultChar[0] = '?';
         }
         for (unsigned byte = 0x80; byte <= 0x9F; ++byte) {
-            if (IsLeadByte(info, static_cast<unsigned char>(byte))) continue;
+            if (zel_platform::IsLeadByteIn(info, static_cast<unsigned char>(byte))) continue;
             const char single = static_cast<char>(byte);
             char16_t unit;
             std::size_t unitBytes = sizeof unit;
@@ -245,8 +238,8 @@ public:
             const std::size_t room = capacity_ - count_;
             std::size_t whole = 0;
             while (whole < count) {
-                const std::size_t size =
-                    whole + 1 < count && IsLeadByte(info, static_cast<unsigned char>(bytes[whole])) ? 2 : 1;
+                const bool lead = zel_platform::IsLeadByteIn(info, static_cast<unsigned char>(bytes[whole]));
+                const std::size_t size = whole + 1 < count && lead ? 2 : 1;
                 if (whole + size > room) break;
                 whole += size;
             }
@@ -304,7 +297,7 @@ ConversionResult IconvToUtf16(UINT codePage, const char* source, std::size_t len
         char16_t replacement = page.undecodable;
         if (byte >= 0x80 && byte <= 0x9F && (page.undefinedC1Bytes & (1u << (byte - 0x80))) != 0) {
             replacement = byte;
-        } else if (inLeft >= 2 && IsLeadByte(page.info, byte)) {
+        } else if (inLeft >= 2 && zel_platform::IsLeadByteIn(page.info, byte)) {
             // A lead byte and whatever byte follows make one unknown
             // character, as in the Windows code-page tables.
             skipped = 2;
@@ -333,7 +326,7 @@ ConversionResult IconvFromUtf16(UINT codePage, const char16_t* source, std::size
     if (defaultChar != nullptr) {
         replacement[0] = defaultChar[0];
         if (defaultChar[0] != 0 && defaultChar[1] != 0 &&
-            IsLeadByte(page.info, static_cast<unsigned char>(defaultChar[0]))) {
+            zel_platform::IsLeadByteIn(page.info, static_cast<unsigned char>(defaultChar[0]))) {
             replacement[1] = defaultChar[1];
             replacementLength = 2;
         }
