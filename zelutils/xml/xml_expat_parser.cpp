@@ -117,6 +117,7 @@ UINT CodePageOfEncoding(const char* declared) {
     } kNames[] = {
         {"shift_jis", 932},   {"sjis", 932},     {"windows-31j", 932},    {"gb2312", 936},
         {"gbk", 936},         {"euc-kr", 949},   {"ks_c_5601-1987", 949}, {"big5", 950},
+        {"euc-jp", 51932},    {"x-euc-jp", 51932},
         {"tis-620", 874},     {"koi8-r", 20866}, {"koi8-u", 21866},       {"macintosh", 10000},
         {"maccyrillic", 10007}, {"x-mac-cyrillic", 10007},
     };
@@ -141,34 +142,44 @@ UINT CodePageOfEncoding(const char* declared) {
     return 0;
 }
 
-// A double-byte code page and the character its invalid sequences decode
+// EUC-JP's bytes: ASCII, 8E before a half-width katakana byte, 8F before a
+// two-byte JIS X 0212 character, A1-FE pairs for JIS X 0208.
+constexpr UINT kEucJp = 51932;
+int EucJpSequenceLength(unsigned char lead) {
+    if (lead < 0x80) return 1;
+    if (lead == 0x8F) return 3;
+    return lead == 0x8E || (lead >= 0xA1 && lead != 0xFF) ? 2 : 0;
+}
+
+// A multi-byte code page and the character its invalid sequences decode
 // to, packed in Expat's data pointer: code pages fit in 16 bits.
-void* PackDoubleByte(UINT codePage, WCHAR invalid) {
+void* PackMultiByte(UINT codePage, WCHAR invalid) {
     return reinterpret_cast<void*>(static_cast<std::uintptr_t>(codePage | static_cast<UINT>(invalid) << 16));
 }
 
-// A two-byte character of a double-byte code page, or -1 when the code page
-// does not define it: the conversion gives '?' or the code page's own
-// replacement (Shift-JIS's middle dot), which then must be the one sequence
-// that encodes it.
-int XMLCALL DecodeDoubleByte(void* data, const char* bytes) {
+// A character of a multi-byte code page (two bytes, or three for EUC-JP's
+// 8F), or -1 when the code page does not define it: the conversion gives
+// '?' or the code page's own replacement (Shift-JIS's middle dot), which
+// then must be the one sequence that encodes it.
+int XMLCALL DecodeMultiByte(void* data, const char* bytes) {
     auto packed = static_cast<UINT>(reinterpret_cast<std::uintptr_t>(data));
     UINT codePage = packed & 0xFFFF;
-    WCHAR wide[2] = {};
-    if (MultiByteToWideChar(codePage, 0, bytes, 2, wide, 2) != 1 || wide[0] == ZW('?')) return -1;
+    int length = codePage == kEucJp ? EucJpSequenceLength(static_cast<unsigned char>(bytes[0])) : 2;
+    WCHAR wide[3] = {};
+    if (MultiByteToWideChar(codePage, 0, bytes, length, wide, 3) != 1 || wide[0] == ZW('?')) return -1;
     if (wide[0] == static_cast<WCHAR>(packed >> 16)) {
         char encoded[4] = {};
-        if (WideCharToMultiByte(codePage, 0, wide, 1, encoded, sizeof encoded, nullptr, nullptr) != 2 ||
-            std::memcmp(encoded, bytes, 2) != 0) {
+        if (WideCharToMultiByte(codePage, 0, wide, 1, encoded, sizeof encoded, nullptr, nullptr) != length ||
+            std::memcmp(encoded, bytes, static_cast<std::size_t>(length)) != 0) {
             return -1;
         }
     }
     return wide[0];
 }
 
-// Expat's hook for encodings it does not know: single-byte code pages, and
-// the double-byte ones whose lead bytes the platform reports (Shift-JIS, GBK,
-// UHC, Big5), decoded by the library's conversions. Bytes the code page
+// Expat's hook for encodings it does not know: single-byte code pages, the
+// double-byte ones whose lead bytes the platform reports (Shift-JIS, GBK,
+// UHC, Big5) and EUC-JP, decoded by the library's conversions. Bytes the code page
 // leaves undefined are malformed, as bytes that are not UTF-8 are in a UTF-8
 // document. Other names stay unknown, and the parse fails with Expat's
 // "unknown encoding".
@@ -176,11 +187,14 @@ int XMLCALL OnUnknownEncoding(void*, const XML_Char* name, XML_Encoding* info) {
     UINT codePage = CodePageOfEncoding(name);
     CPINFO shape{};
     if (codePage == 0 || codePage == CP_UTF8 || !GetCPInfo(codePage, &shape)) return XML_STATUS_ERROR;
-    bool doubleByte = shape.MaxCharSize == 2 && shape.LeadByte[0] != 0;
-    if (shape.MaxCharSize != 1 && !doubleByte) return XML_STATUS_ERROR;
+    bool eucJp = codePage == kEucJp;
+    bool multiByte = eucJp || (shape.MaxCharSize == 2 && shape.LeadByte[0] != 0);
+    if (shape.MaxCharSize != 1 && !multiByte) return XML_STATUS_ERROR;
     for (unsigned byte = 0; byte < 256; ++byte) {
-        if (doubleByte && zel_platform::IsLeadByteIn(shape, static_cast<unsigned char>(byte))) {
-            info->map[byte] = -2;
+        int length = eucJp ? EucJpSequenceLength(static_cast<unsigned char>(byte))
+                           : multiByte && zel_platform::IsLeadByteIn(shape, static_cast<unsigned char>(byte)) ? 2 : 1;
+        if (length != 1) {
+            info->map[byte] = length == 0 ? -1 : -length;
             continue;
         }
         char narrow = static_cast<char>(byte);
@@ -188,13 +202,13 @@ int XMLCALL OnUnknownEncoding(void*, const XML_Char* name, XML_Encoding* info) {
         bool decoded = MultiByteToWideChar(codePage, 0, &narrow, 1, &wide, 1) == 1 && (wide != ZW('?') || byte == '?');
         info->map[byte] = decoded ? wide : -1;
     }
-    if (doubleByte) {
+    if (multiByte) {
         // 7F follows no lead byte in any of these code pages.
-        const char invalid[2] = {static_cast<char>(shape.LeadByte[0]), 0x7F};
+        const char invalid[2] = {static_cast<char>(eucJp ? 0xA1 : shape.LeadByte[0]), 0x7F};
         WCHAR replacement[2] = {};
         MultiByteToWideChar(codePage, 0, invalid, 2, replacement, 2);
-        info->data = PackDoubleByte(codePage, replacement[0]);
-        info->convert = DecodeDoubleByte;
+        info->data = PackMultiByte(codePage, replacement[0]);
+        info->convert = DecodeMultiByte;
     } else {
         info->data = nullptr;
         info->convert = nullptr;
