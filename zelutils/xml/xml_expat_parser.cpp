@@ -234,7 +234,10 @@ struct XmlExpatCallbacks {
         }
     }
     static void Start(void* userData, const XML_Char* name, const XML_Char** attributes) {
-        Guard(userData, [&](XmlExpatParser& parser) { parser.OnRawStartElement(name, attributes); });
+        Guard(userData, [&](XmlExpatParser& parser) {
+            if (parser.unreadDeclarations_ && attributes[0] != nullptr && parser.UndefinedEntityInAttributes()) return;
+            parser.OnRawStartElement(name, attributes);
+        });
     }
     static void End(void* userData, const XML_Char* name) {
         Guard(userData, [&](XmlExpatParser& parser) { parser.OnRawEndElement(name); });
@@ -246,11 +249,74 @@ struct XmlExpatCallbacks {
     // (only in an external DTD, which is never read): its text would be lost
     // without a trace, so the parse fails, as it does when there is no DTD.
     static void SkippedEntity(void* userData, const XML_Char* name, int isParameterEntity) {
-        if (isParameterEntity) return;
         auto* parser = static_cast<XmlExpatParser*>(userData);
+        if (isParameterEntity) {
+            parser->unreadDeclarations_ = true;
+            return;
+        }
         parser->Abort(("undefined entity &" + std::string(name) + ";").c_str());
     }
+    static void StartDoctype(void* userData, const XML_Char*, const XML_Char* systemId, const XML_Char*, int) {
+        if (systemId != nullptr) static_cast<XmlExpatParser*>(userData)->unreadDeclarations_ = true;
+    }
+    static void EntityDeclaration(void* userData, const XML_Char* name, int isParameterEntity, const XML_Char*, int,
+                                  const XML_Char*, const XML_Char*, const XML_Char*, const XML_Char*) {
+        if (!isParameterEntity) static_cast<XmlExpatParser*>(userData)->declaredEntities_.emplace_back(name);
+    }
 };
+
+namespace {
+
+// The current start tag's bytes as ASCII (UTF-16 read unit by unit; other
+// characters as 0x80), enough to find entity references in it.
+std::string AsciiView(const char* bytes, int count) {
+    bool littleEndian = count >= 2 && bytes[0] == '<' && bytes[1] == 0;
+    bool bigEndian = count >= 2 && bytes[0] == 0 && bytes[1] == '<';
+    if (!littleEndian && !bigEndian) return std::string(bytes, static_cast<std::size_t>(count));
+    std::string ascii;
+    for (int at = 0; at + 1 < count; at += 2) {
+        auto low = static_cast<unsigned char>(bytes[at + (littleEndian ? 0 : 1)]);
+        auto high = static_cast<unsigned char>(bytes[at + (littleEndian ? 1 : 0)]);
+        ascii += high == 0 && low < 0x80 ? static_cast<char>(low) : '\x80';
+    }
+    return ascii;
+}
+
+}  // namespace
+
+// Fails the parse at the first reference in an attribute value of the
+// current start tag to an ASCII-named entity that is neither predefined nor
+// declared where the document is read (a name in another script cannot be
+// compared with the declarations reliably, and is let through).
+bool XmlExpatParser::UndefinedEntityInAttributes() {
+    int offset = 0;
+    int size = 0;
+    const char* context = XML_GetInputContext(expat_, &offset, &size);
+    int count = XML_GetCurrentByteCount(expat_);
+    if (context == nullptr || count <= 0 || offset < 0 || offset > size - count) return false;
+    std::string tag = AsciiView(context + offset, count);
+    char quote = 0;
+    for (std::size_t at = 0; at < tag.size(); ++at) {
+        char c = tag[at];
+        if (c == '"' || c == '\'') {
+            quote = quote == 0 ? c : quote == c ? 0 : quote;
+            continue;
+        }
+        if (quote == 0 || c != '&' || tag.compare(at + 1, 1, "#") == 0) continue;
+        std::size_t end = tag.find(';', at);
+        if (end == std::string::npos) return false;
+        std::string name = tag.substr(at + 1, end - at - 1);
+        at = end;
+        bool ascii = std::none_of(name.begin(), name.end(), [](char n) { return static_cast<unsigned char>(n) >= 0x80; });
+        bool known = name == "amp" || name == "lt" || name == "gt" || name == "quot" || name == "apos" ||
+                     std::find(declaredEntities_.begin(), declaredEntities_.end(), name) != declaredEntities_.end();
+        if (ascii && !known) {
+            Abort(("undefined entity &" + name + ";").c_str());
+            return true;
+        }
+    }
+    return false;
+}
 
 XmlExpatParser::XmlExpatParser() = default;
 
@@ -269,10 +335,14 @@ void XmlExpatParser::CreateOrReset(const char* encoding) {
     XML_SetCharacterDataHandler(expat_, XmlExpatCallbacks::Characters);
     XML_SetUnknownEncodingHandler(expat_, OnUnknownEncoding, nullptr);
     XML_SetSkippedEntityHandler(expat_, XmlExpatCallbacks::SkippedEntity);
+    XML_SetStartDoctypeDeclHandler(expat_, XmlExpatCallbacks::StartDoctype);
+    XML_SetEntityDeclHandler(expat_, XmlExpatCallbacks::EntityDeclaration);
     XML_SetUserData(expat_, this);
     failure_ = XmlParseFailure();
     abortReason_.clear();
     handlerError_ = nullptr;
+    unreadDeclarations_ = false;
+    declaredEntities_.clear();
 }
 
 void XmlExpatParser::OnRawStartElement(const char*, const char**) {}
