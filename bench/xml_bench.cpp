@@ -26,7 +26,7 @@ namespace {
 
 constexpr int kRecords = 280000;
 constexpr int kWrittenElements = 1000000;
-constexpr int kWrittenRecords = 640000;
+constexpr int kWrittenRecords = 475000;
 
 std::filesystem::path Folder() {
     static std::filesystem::path folder = [] {
