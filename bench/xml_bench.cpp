@@ -1,11 +1,13 @@
 // XML on a generated file of 280,000 small records (about 50 MB): the hybrid
 // parser with the record element registered against raw Expat with no-op
 // callbacks on the same bytes; the whole tree against pugixml (with the
-// memory each node takes); and the writer writing 1 million elements against
-// fwrite of the same bytes.
+// memory each node takes); the writer writing 1 million elements against
+// fwrite of the same bytes; and the light pull parser against the whole tree
+// on a file of about 100 MB that the writer wrote.
 #include "bench/ratio_reporter.h"
 #include "zelutils/text/zel_utf.h"
 #include "zelutils/xml/xml_expat_parser.h"
+#include "zelutils/xml/xml_parser.h"
 #include "zelutils/xml/xml_writer.h"
 
 #include <expat.h>
@@ -16,6 +18,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,6 +26,7 @@ namespace {
 
 constexpr int kRecords = 280000;
 constexpr int kWrittenElements = 1000000;
+constexpr int kWrittenRecords = 475000;
 
 std::filesystem::path Folder() {
     static std::filesystem::path folder = [] {
@@ -163,13 +167,76 @@ void BM_FwriteSameBytes(benchmark::State& state) {
 }
 BENCHMARK(BM_FwriteSameBytes)->Unit(benchmark::kMillisecond)->Iterations(3);
 
+// About 100 MB the writer wrote, generated once: records of a start tag with
+// attributes, five elements and an empty one; its path and size in bytes.
+const std::filesystem::path& WrittenRecordsFile() {
+    static std::filesystem::path path = [] {
+        auto file = Folder() / "written-records.xml";
+        zel::XmlWriter::SetDepth(0);
+        zel::XmlWriter writer(Wide(file));
+        writer.Open();
+        writer.WriteStartTag(ZW("survey"));
+        for (int i = 0; i < kWrittenRecords; ++i) {
+            writer.WriteStartTag(ZW("point"), zel::XmlWriter::kOpenForAttributes);
+            writer.WriteAttribute(ZW("id"), zel_text::CZelStringUtf8(std::to_string(i).c_str()).ToWide());
+            writer.WriteAttribute(ZW("code"), ZW("PT & \u00e9"));
+            writer.EndStartTag();
+            writer.WriteNumber(ZW("east"), 2600000.125 + i, 3);
+            writer.WriteNumber(ZW("north"), 1200000.5 - i, 3);
+            writer.WriteNumber(ZW("height"), std::int64_t{400 + i % 100});
+            writer.WriteElement(ZW("name"), ZW("Point <north> \u00e9"));
+            writer.WriteBool(ZW("checked"), i % 2 == 0);
+            writer.WriteStartTag(ZW("flags"), zel::XmlWriter::kEmptyElement);
+            writer.WriteEndTag(ZW("point"));
+        }
+        writer.WriteEndTag(ZW("survey"));
+        writer.Close();
+        return file;
+    }();
+    return path;
+}
+
+std::int64_t WrittenRecordsBytes() {
+    return static_cast<std::int64_t>(std::filesystem::file_size(WrittenRecordsFile()));
+}
+
+void BM_LightParser(benchmark::State& state) {
+    zel_text::CZelStringW path = Wide(WrittenRecordsFile());
+    const zel_text::CZelStringW point(ZW("point")), id(ZW("id"));
+    for (auto _ : state) {
+        std::unique_ptr<zel::CXmlParser> parser;
+        if (zel::CXmlParser::Open(path, parser) != zel::CXmlParser::kOpened) state.SkipWithError("open failed");
+        zel_text::CZelStringW name, attributes, text;
+        long long points = 0;
+        while (parser->ReadNextTag(name, attributes, text)) {
+            if (name == point && !zel::CXmlParser::GetAttribute(attributes, id).IsEmpty()) ++points;
+        }
+        if (points != kWrittenRecords) state.SkipWithError("parse failed");
+    }
+    state.SetBytesProcessed(state.iterations() * WrittenRecordsBytes());
+}
+BENCHMARK(BM_LightParser)->Unit(benchmark::kMillisecond)->Iterations(2);
+
+void BM_TreeOfWrittenFile(benchmark::State& state) {
+    zel_text::CZelStringW path = Wide(WrittenRecordsFile());
+    for (auto _ : state) {
+        zel::XmlTreeParser parser;
+        if (!parser.ParseWholeFile(path) || parser.Root()->Children().size() != kWrittenRecords) {
+            state.SkipWithError("parse failed");
+        }
+    }
+    state.SetBytesProcessed(state.iterations() * WrittenRecordsBytes());
+}
+BENCHMARK(BM_TreeOfWrittenFile)->Unit(benchmark::kMillisecond)->Iterations(2);
+
 }  // namespace
 
 int main(int argc, char** argv) {
     int result = zel_bench::RunWithRatios(argc, argv,
                                           {{"BM_HybridRecords", "BM_RawExpat"},
                                            {"BM_FullTree", "BM_Pugixml"},
-                                           {"BM_Writer", "BM_FwriteSameBytes"}});
+                                           {"BM_Writer", "BM_FwriteSameBytes"},
+                                           {"BM_LightParser", "BM_TreeOfWrittenFile"}});
     std::error_code error;
     std::filesystem::remove_all(Folder(), error);
     return result;

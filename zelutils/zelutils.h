@@ -27,6 +27,7 @@
 #include "zelutils/ui/ui_services.h"
 #include "zelutils/xml/xml_element.h"
 #include "zelutils/xml/xml_expat_parser.h"
+#include "zelutils/xml/xml_parser.h"
 #include "zelutils/xml/xml_writer.h"
 #include "zelutils/zel_api.h"
 #include "zelutils/zelsys/zel_thread.h"

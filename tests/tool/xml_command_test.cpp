@@ -33,4 +33,16 @@ TEST_F(XmlCommandTest, FailuresNameTheFileAndThePlace) {
     std::filesystem::remove(PathOf("cut.xml"));
 }
 
+TEST_F(XmlCommandTest, TagsListsTheLightParsersReportsOnePerLine) {
+    Put("t.xml", "<?xml version=\"1.0\"?>\n<a k=\"&lt;v\"\n  j=\"2\">\n<b>x\ty\\z</b>\n</a>\n");
+    ASSERT_EQ(Run("xml tags " + Quoted("t.xml")), 0) << Errors();
+    EXPECT_EQ(Output(), "a\t k=\"<v\" j=\"2\"\t\nb\t\t\nb\t\tx\\ty\\\\z\n/b\t\t\n/a\t\t\n");
+    Put("t.xml", "<a>\n</a>\n");
+    EXPECT_EQ(Run("xml tags " + Quoted("t.xml")), 2);
+    EXPECT_NE(Errors().find("t.xml' is not XML"), std::string::npos) << Errors();
+    EXPECT_EQ(Run("xml tags " + Quoted("missing.xml")), 2);
+    EXPECT_NE(Errors().find("cannot read '" + PathOf("missing.xml")), std::string::npos) << Errors();
+    std::filesystem::remove(PathOf("t.xml"));
+}
+
 }  // namespace

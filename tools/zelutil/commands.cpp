@@ -118,13 +118,22 @@ const std::vector<Command>& Commands() {
          "                                                  default 10, then the total)\n"
          "       zelutil xml get FILE PATH                 (PATH: root/child/@attribute, or\n"
          "                                                  root/child for its text; exit 1 when missing)\n"
+         "       zelutil xml tags FILE                     (each tag as the light pull parser reads it)\n"
          "       zelutil xml write-sample FILE\n\n"
          "A document cut short is an error. Parse errors name the file, the line and column and\n"
          "the reason. records keeps one record in memory at a time.\n\n"
+         "tags reads simple machine-written files without checking them: one line per tag or\n"
+         "text the parser reports, NAME<TAB>ATTRIBUTES<TAB>TEXT, unescaped, in UTF-8, with a\n"
+         "backslash, TAB, CR or LF written as \\\\, \\t, \\r or \\n. NAME is what follows \"<\" up to\n"
+         "the first space (\"/point\" for an end tag, \"empty/\" for <empty/>), ATTRIBUTES the raw\n"
+         "attribute text after it, TEXT what follows the \">\"; text between tags comes on a line\n"
+         "of its own under the name of the tag before it. Comments are left out. FILE is refused\n"
+         "when its first line has no \"xml\".\n\n"
          "examples: zelutil xml get survey.xml survey/@name\n"
-         "          zelutil xml records survey.xml point --count 3\n\n"
+         "          zelutil xml records survey.xml point --count 3\n"
+         "          zelutil xml tags survey.xml | cut -f1 | sort | uniq -c\n\n"
          "exit codes: 0 done; 1 get found nothing at PATH; 2 bad arguments, an unreadable or\n"
-         "malformed document, a failed write.\n",
+         "malformed document (for tags: a first line without \"xml\"), a failed write.\n",
          RunXml},
         {"text", "print the lines of a text file as UTF-8",
          "usage: zelutil text FILE [--trim] [--skip-empty] [--codepage CP]\n\n"

@@ -1,14 +1,17 @@
-// zelutil xml: XML documents from the command line. Every parse here ends
-// with Expat's final flag, so a document cut short is an error.
+// zelutil xml: XML documents from the command line. Every Expat parse here
+// ends with Expat's final flag, so a document cut short is an error; tags
+// reads with the light pull parser, which checks nothing.
 #include "tools/zelutil/commands.h"
 
 #include "zelutils/platform/win32.h"
 #include "zelutils/text/zel_utf.h"
 #include "zelutils/xml/xml_expat_parser.h"
+#include "zelutils/xml/xml_parser.h"
 #include "zelutils/xml/xml_writer.h"
 
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -194,6 +197,41 @@ void WriteSample(zel::XmlWriter& writer) {
     writer.WriteEndTag(Wide("survey"));
 }
 
+// text as UTF-8 with a backslash, TAB, CR and LF written as \\, \t, \r and \n,
+// so that a tags line always has exactly two TABs.
+std::string Escaped(const CZelStringW& text) {
+    std::string out;
+    for (char ch : Utf8(text)) {
+        switch (ch) {
+            case '\\': out += "\\\\"; break;
+            case '\t': out += "\\t"; break;
+            case '\r': out += "\\r"; break;
+            case '\n': out += "\\n"; break;
+            default: out += ch; break;
+        }
+    }
+    return out;
+}
+
+// The light pull parser's reports, one line each: name, attribute text and
+// following text, TAB-separated.
+int TagsCommand(const Args& args) {
+    if (args.size() != 2) return UsageError("xml", "tags takes one FILE");
+    std::unique_ptr<zel::CXmlParser> parser;
+    switch (zel::CXmlParser::Open(PathArgument(args[1]), parser)) {
+        case zel::CXmlParser::kOpened: break;
+        case zel::CXmlParser::kNotXml:
+            return UsageError("xml", "'" + args[1] + "' is not XML: its first line has no \"xml\"");
+        default: return UsageError("xml", "cannot read '" + args[1] + "': " + Reason(GetLastError()));
+    }
+    CZelStringW name, attributes, text;
+    while (parser->ReadNextTag(name, attributes, text)) {
+        const std::string line = Escaped(name) + '\t' + Escaped(attributes) + '\t' + Escaped(text) + '\n';
+        if (std::fwrite(line.data(), 1, line.size(), stdout) != line.size()) break;
+    }
+    return kExitOk;
+}
+
 // Writes the sample next to file, reads it back whole, then puts it in
 // file's place: file is never left torn.
 int WriteSampleCommand(const Args& args) {
@@ -233,12 +271,13 @@ int WriteSampleCommand(const Args& args) {
 }  // namespace
 
 int RunXml(const Args& args) {
-    if (args.empty()) return UsageError("xml", "missing subcommand (dump, records, get, write-sample)");
+    if (args.empty()) return UsageError("xml", "missing subcommand (dump, records, get, tags, write-sample)");
     if (args[0] == "dump") return DumpCommand(args);
     if (args[0] == "records") return RecordsCommand(args);
     if (args[0] == "get") return GetCommand(args);
+    if (args[0] == "tags") return TagsCommand(args);
     if (args[0] == "write-sample") return WriteSampleCommand(args);
-    return UsageError("xml", "unknown subcommand '" + args[0] + "' (dump, records, get, write-sample)");
+    return UsageError("xml", "unknown subcommand '" + args[0] + "' (dump, records, get, tags, write-sample)");
 }
 
 }  // namespace zelutil

@@ -1,7 +1,8 @@
-# XML: the element tree, the Expat parsers and the writer.
+# XML: the element tree, the Expat parsers, the light pull parser and the writer.
 list(APPEND ZEL_SOURCES
   xml/xml_element.cpp
   xml/xml_expat_parser.cpp
+  xml/xml_parser.cpp
   xml/xml_writer.cpp
 )
 # Expat: Debian's libexpat1-dev; for MinGW the static build that
