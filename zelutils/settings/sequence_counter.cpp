@@ -1,5 +1,6 @@
 #include "zelutils/settings/sequence_counter.h"
 
+#include "zelutils/fs/atomic_file.h"
 #include "zelutils/fs/platform_file.h"
 #include "zelutils/text/zel_printf.h"
 
@@ -18,13 +19,16 @@ std::uint32_t ReadLastNumber(const zel_text::CZelStringW& path) {
     return 0;
 }
 
+// Replaces the counter file whole: a reader in another process never finds
+// it empty (which would restart the series at 1), and a write that fails, on
+// a full disk say, keeps the old number, so the same name is handed out
+// again next time.
 void WriteLastNumber(const zel_text::CZelStringW& path, std::uint32_t number) {
-    HANDLE file = INVALID_HANDLE_VALUE;
-    if (!zel_fs::file_open_write(file, path.GetString())) return;
     char text[16];
     int length = zel_text::FormatBuffer(text, sizeof text, "%u", number);
-    zel_fs::file_write(file, text, static_cast<std::uint32_t>(length));
-    zel_fs::file_close_reset(file);
+    zel_fs::ReplaceFileAtomically(path, [&](HANDLE file) {
+        return zel_fs::file_write(file, text, length) == length;
+    });
 }
 
 }  // namespace
