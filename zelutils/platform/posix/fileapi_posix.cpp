@@ -778,10 +778,12 @@ BOOL zel_win32::FileTimeToLocalFileTime(const FILETIME* fileTime, LPFILETIME loc
     struct tm local {};
     tzset();  // a TZ changed since the last conversion counts, as it does for mktime
     if (localtime_r(&seconds, &local) == nullptr) return Fail(ERROR_INVALID_PARAMETER);
-    LONGLONG shifted =
-        static_cast<LONGLONG>(ticks) + local.tm_gmtoff * static_cast<LONGLONG>(kTicksPerSecond);
-    if (shifted < 0) return Fail(ERROR_INVALID_PARAMETER);
-    *localFileTime = zel_platform::posix::FileTimeOf(static_cast<ULONGLONG>(shifted));
+    ULONGLONG shifted = 0;
+    if (!zel_platform::posix::ShiftTicks(ticks, local.tm_gmtoff * static_cast<LONGLONG>(kTicksPerSecond),
+                                         &shifted)) {
+        return Fail(ERROR_INVALID_PARAMETER);
+    }
+    *localFileTime = zel_platform::posix::FileTimeOf(shifted);
     return TRUE;
 }
 
@@ -796,11 +798,12 @@ BOOL zel_win32::LocalFileTimeToFileTime(const FILETIME* localFileTime, LPFILETIM
     if (gmtime_r(&localSeconds, &fields) == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     fields.tm_isdst = -1;
     time_t utcSeconds = mktime(&fields);
-    LONGLONG shifted =
-        static_cast<LONGLONG>(ticks) -
-        static_cast<LONGLONG>(localSeconds - utcSeconds) * static_cast<LONGLONG>(kTicksPerSecond);
-    if (shifted < 0 || static_cast<ULONGLONG>(shifted) >= kMaxFileTime)
+    ULONGLONG shifted = 0;
+    if (!zel_platform::posix::ShiftTicks(
+            ticks, static_cast<LONGLONG>(utcSeconds - localSeconds) * static_cast<LONGLONG>(kTicksPerSecond),
+            &shifted)) {
         return Fail(ERROR_INVALID_PARAMETER);
-    *fileTime = zel_platform::posix::FileTimeOf(static_cast<ULONGLONG>(shifted));
+    }
+    *fileTime = zel_platform::posix::FileTimeOf(shifted);
     return TRUE;
 }
