@@ -10,8 +10,16 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <numeric>
+#include <thread>
 #include <vector>
+
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
 
 using namespace zel_fs;
 
@@ -266,3 +274,23 @@ TEST_F(FileStreamTest, ABufferedWriterOnAFullDiskReportsTheShortWrite) {
     file_close_reset(file);
     EXPECT_TRUE(DeleteFileW(path.GetString()));
 }
+
+#ifndef _WIN32
+TEST_F(FileStreamTest, AFlushedWriteIntoAPipeSucceeds) {
+    // A pipe has no medium to flush to: its bytes are with the reader.
+    const std::string path = PathOf("fifo");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    std::string received;
+    std::thread reader([&] {
+        std::ifstream in(path, std::ios::binary);
+        received.assign(std::istreambuf_iterator<char>(in), {});
+    });
+    {
+        TFileStream writer(Wide(path).GetString(), 0x41);
+        EXPECT_EQ(writer.Write("through", 7, true), kStreamOk);
+    }
+    reader.join();
+    EXPECT_EQ(received, "through");
+    std::filesystem::remove(path);
+}
+#endif
