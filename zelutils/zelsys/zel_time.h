@@ -83,7 +83,8 @@ public:
 
     /// Seconds since 1970-01-01 00:00 UTC.
     std::int64_t GetTime() const { return value_; }
-    /// The local date and time; false for a time the platform cannot convert.
+    /// The local date and time; false for a time the platform cannot convert
+    /// (before 1601, or past the last file time, 30828-09-14 02:48:05 UTC).
     bool GetLocalTime(SYSTEMTIME& time) const;
     ///@{
     /// Local hour, minute and second (0 when the time cannot be converted).
