@@ -227,14 +227,14 @@ TEST_F(FileStreamTest, BufferedWritesReachTheFile) {
 
 TEST_F(FileStreamTest, PositionsPastFourGigabytesKeepAllSixtyFourBits) {
     zel_text::CZelStringW path = Wide(PathOf("sparse.bin"));
-    const std::uint64_t far = (std::uint64_t{5} << 30) + 3;  // both words of the position in use
+    const std::uint64_t distant = (std::uint64_t{5} << 30) + 3;  // both words of the position in use
     bool written = false;
     {
         TFileStream writer(path.GetString(), 0x48);
-        ASSERT_EQ(writer.Seek(static_cast<std::int64_t>(far), kSeekBegin), kStreamOk);
+        ASSERT_EQ(writer.Seek(static_cast<std::int64_t>(distant), kSeekBegin), kStreamOk);
         written = writer.Write("tail", 4, false) == kStreamOk;
         if (written) {
-            EXPECT_EQ(writer.Tell(), far + 4);
+            EXPECT_EQ(writer.Tell(), distant + 4);
         }
     }
     if (!written) {
@@ -244,7 +244,7 @@ TEST_F(FileStreamTest, PositionsPastFourGigabytesKeepAllSixtyFourBits) {
     {
         TFileStream reader(path.GetString(), 0x21);
         ASSERT_EQ(reader.Seek(-6, kSeekEnd), kStreamOk);
-        EXPECT_EQ(reader.Tell(), far - 2);
+        EXPECT_EQ(reader.Tell(), distant - 2);
         char buffer[8] = {};
         std::uint32_t read = 0;
         EXPECT_EQ(reader.Read(buffer, 8, read), kStreamShortRead);
