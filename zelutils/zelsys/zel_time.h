@@ -4,10 +4,11 @@
 /// fields, SYSTEMTIME, FILETIME and the zip/DOS date and time words. Fields
 /// are local time. Invalid fields are a programming error and throw
 /// TimeFieldError (code 0x80004005); a time the runtime library cannot
-/// represent (the Windows runtime's range is 1970 to 3000 UTC, glibc's starts
-/// in 1900), or a file time the platform cannot convert, ends the process
-/// through fatalErrorBox. Local time is that of the instant on POSIX, but
-/// Windows converts file times with the offset in force now.
+/// represent (the Windows runtime's range is 1970 to 3000 UTC; glibc's takes
+/// every year the checks let through), or a file time the platform cannot
+/// convert, ends the process through fatalErrorBox. Local time is that of
+/// the instant on POSIX, but Windows converts file times with the offset in
+/// force now.
 #pragma once
 
 #include "zelutils/diag/checks.h"
