@@ -8,8 +8,18 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <numeric>
+#include <thread>
 #include <vector>
+
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
 
 using namespace zel_fs;
 
@@ -214,3 +224,73 @@ TEST_F(FileStreamTest, BufferedWritesReachTheFile) {
     }
     EXPECT_TRUE(DeleteFileW(path.GetString()));
 }
+
+TEST_F(FileStreamTest, PositionsPastFourGigabytesKeepAllSixtyFourBits) {
+    zel_text::CZelStringW path = Wide(PathOf("sparse.bin"));
+    const std::uint64_t distant = (std::uint64_t{5} << 30) + 3;  // both words of the position in use
+    bool written = false;
+    {
+        TFileStream writer(path.GetString(), 0x48);
+        ASSERT_EQ(writer.Seek(static_cast<std::int64_t>(distant), kSeekBegin), kStreamOk);
+        written = writer.Write("tail", 4, false) == kStreamOk;
+        if (written) {
+            EXPECT_EQ(writer.Tell(), distant + 4);
+        }
+    }
+    if (!written) {
+        DeleteFileW(path.GetString());
+        GTEST_SKIP() << "the file system holds no 5 GB file";
+    }
+    {
+        TFileStream reader(path.GetString(), 0x21);
+        ASSERT_EQ(reader.Seek(-6, kSeekEnd), kStreamOk);
+        EXPECT_EQ(reader.Tell(), distant - 2);
+        char buffer[8] = {};
+        std::uint32_t read = 0;
+        EXPECT_EQ(reader.Read(buffer, 8, read), kStreamShortRead);
+        ASSERT_EQ(read, 6u);
+        EXPECT_EQ(std::memcmp(buffer, "\0\0tail", 6), 0);
+    }
+    EXPECT_TRUE(DeleteFileW(path.GetString()));
+}
+
+TEST_F(FileStreamTest, ABufferedWriterOnAFullDiskReportsTheShortWrite) {
+    if (!zel_platform::kEmulated) GTEST_SKIP() << "fault injection is a facility of the POSIX layer";
+    zel_text::CZelStringW path = Wide(PathOf("full.bin"));
+    auto data = Bytes(100);
+    {
+        TBufferedStream buffered(new TFileStream(path.GetString(), 0x48), true, 64);
+        // The disk fills after 10 bytes of the first block written back.
+        ASSERT_TRUE(zel_platform::ShortenWrite(1, 10, ENOSPC));
+        EXPECT_EQ(buffered.Write(data.data(), 100, false), kStreamShortWrite);
+        EXPECT_EQ(buffered.Write(nullptr, 0, true), kStreamOk) << "nothing is left in the buffer";
+        zel_platform::ResetSystemCalls();
+    }
+    HANDLE file = INVALID_HANDLE_VALUE;
+    ASSERT_TRUE(file_open_read(file, path.GetString()));
+    std::uint8_t written[100] = {};
+    EXPECT_EQ(file_read(file, written, 100), 10) << "only what the disk took";
+    EXPECT_EQ(std::memcmp(written, data.data(), 10), 0);
+    file_close_reset(file);
+    EXPECT_TRUE(DeleteFileW(path.GetString()));
+}
+
+#ifndef _WIN32
+TEST_F(FileStreamTest, AFlushedWriteIntoAPipeSucceeds) {
+    // A pipe has no medium to flush to: its bytes are with the reader.
+    const std::string path = PathOf("fifo");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    std::string received;
+    std::thread reader([&] {
+        std::ifstream in(path, std::ios::binary);
+        received.assign(std::istreambuf_iterator<char>(in), {});
+    });
+    {
+        TFileStream writer(Wide(path).GetString(), 0x41);
+        EXPECT_EQ(writer.Write("through", 7, true), kStreamOk);
+    }
+    reader.join();
+    EXPECT_EQ(received, "through");
+    std::filesystem::remove(path);
+}
+#endif

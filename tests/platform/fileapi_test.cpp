@@ -791,6 +791,19 @@ TEST(TimeConversion, LocalTimeFollowsTheTimeZoneInForce) {
         EXPECT_EQ(summer.wDay, 16);
         EXPECT_EQ(summer.wHour, 1);
     }
+    // A shift that would leave the range of file times fails, east and west
+    // of Greenwich (the last file time east, the first west).
+    for (const char* zone : {"CET-1CEST,M3.5.0,M10.5.0/3", "<-03>3"}) {
+        zel_test::ScopedEnvironment scope("TZ", zone);
+        tzset();
+        bool east = zone[0] == 'C';
+        FILETIME edge = east ? FILETIME{0xFFFFFFFF, 0x7FFFFFFF} : FILETIME{0, 0};
+        FILETIME shifted{};
+        EXPECT_FALSE(FileTimeToLocalFileTime(&edge, &shifted)) << zone;
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+        FILETIME other = east ? FILETIME{0, 0} : FILETIME{0xFFFFFFFF, 0x7FFFFFFF};
+        EXPECT_FALSE(LocalFileTimeToFileTime(&other, &shifted)) << zone;
+    }
     tzset();  // back to the zone in force before
 }
 

@@ -2,14 +2,19 @@
 #include "zelutils/settings/sequence_counter.h"
 
 #include "tests/support/temp_folder.h"
+#include "zelutils/platform/win32.h"
 #include "zelutils/text/zel_utf.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
+#include <vector>
 
 using namespace zel_settings;
 
@@ -35,6 +40,7 @@ protected:
         std::ofstream(Folder() / "app.seq.ini", std::ios::binary) << text;
     }
     void TearDown() override {
+        zel_platform::ResetSystemCalls();
         std::filesystem::remove(Folder() / "app.seq.ini");
         zel_test::TempFolderTest::TearDown();
     }
@@ -66,4 +72,34 @@ TEST_F(SequenceCounterTest, UnreadableOrUnwritableCountersStillGiveNames) {
     missing.folder = missing.folder + ZW("/no/such/folder");
     EXPECT_EQ(NameOf(NextSequenceFileName(missing)), Folder().string() + "/no/such/folder/app1.log.txt");
     EXPECT_EQ(NameOf(NextSequenceFileName(missing)), Folder().string() + "/no/such/folder/app1.log.txt");
+}
+
+TEST_F(SequenceCounterTest, AFailedWriteKeepsTheNumberForNextTime) {
+    if (!zel_platform::kEmulated) GTEST_SKIP() << "fault injection is a facility of the POSIX layer";
+    SetCounterFile("5");
+    // The disk is full: the new number cannot be written.
+    ASSERT_TRUE(zel_platform::FailSystemCall(zel_platform::SystemCall::Write, 1, ENOSPC));
+    EXPECT_EQ(NameOf(NextSequenceFileName(Counter(10))), Folder().string() + "/app6.log.txt");
+    zel_platform::ResetSystemCalls();
+    EXPECT_EQ(CounterFile(), "5");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder()), {}), 1) << "no temporary file left";
+    EXPECT_EQ(NameOf(NextSequenceFileName(Counter(10))), Folder().string() + "/app6.log.txt");
+}
+
+TEST_F(SequenceCounterTest, ParallelCallersNeverSeeAHalfWrittenCounter) {
+    // Not locked, so two callers may share a number; but none may find the
+    // file empty mid-write and restart the series at 1.
+    SetCounterFile("1000");
+    std::atomic<int> restarts{0};
+    std::vector<std::thread> callers;
+    for (int t = 0; t < 6; ++t) {
+        callers.emplace_back([&] {
+            for (int i = 0; i < 100; ++i) {
+                if (NameOf(NextSequenceFileName(Counter(1000000))) == Folder().string() + "/app1.log.txt") ++restarts;
+            }
+        });
+    }
+    for (std::thread& caller : callers) caller.join();
+    EXPECT_EQ(restarts.load(), 0);
+    EXPECT_GT(std::stoul(CounterFile()), 1000u);
 }

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <filesystem>
 
 using zel::ZelTime;
@@ -93,6 +94,22 @@ TEST(ZelTimeForms, SystemAndFileTimes) {
     SYSTEMTIME local{};
     ASSERT_TRUE(zel::FileTimeToLocalSystemTime(utc, local));
     EXPECT_EQ(local.wHour, 12);
+}
+
+TEST(ZelTimeForms, LocalTimeOnlyWithinTheRangeOfFileTimes) {
+    zel_test::ScopedTimeZone zone("UTC0");
+    SYSTEMTIME time{};
+    for (std::int64_t outside : {std::int64_t{-11644473601}, std::int64_t{910692730086}, INT64_MAX, INT64_MIN}) {
+        EXPECT_FALSE(ZelTime(outside).GetLocalTime(time)) << outside;
+        EXPECT_EQ(ZelTime(outside).GetHour(), 0) << outside;
+    }
+    if (!zel_platform::kEmulated) return;  // Windows' local time is its own zone's
+    ASSERT_TRUE(ZelTime(-11644473600).GetLocalTime(time));
+    EXPECT_EQ(time.wYear, 1601);
+    ASSERT_TRUE(ZelTime(910692730085).GetLocalTime(time));
+    EXPECT_EQ(time.wYear, 30828);
+    EXPECT_EQ(zel_text::CZelStringUtf8(zel_text::FormatTimeOfDay(ZelTime(910692730085))).GetString(),
+              std::string("02:48:05"));
 }
 
 TEST(ZelTimeSpan, SplitsByTruncatingDivision) {

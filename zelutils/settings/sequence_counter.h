@@ -3,9 +3,12 @@
 /// hands out the next name of a series (1, 2, ..., limit, 1, ...) and
 /// remembers the number in a small side file, "<base name>.seq.ini" in the
 /// series' folder, whose whole content is the number as decimal text.
-/// Nothing is reported: a counter file that cannot be read counts as 0, one
-/// that cannot be written still yields a name. Not locked: two processes
-/// advancing the same series at once may receive the same number.
+/// The number is replaced whole (a temporary file renamed over the counter),
+/// so readers never see a half-written one. Nothing is reported: a counter
+/// file that cannot be read counts as 0; one that cannot be written keeps
+/// its number and still yields a name, the same again next time. Not locked:
+/// two processes advancing the same series at once may receive the same
+/// number.
 #pragma once
 
 #include "zelutils/text/zel_string.h"

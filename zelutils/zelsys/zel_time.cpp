@@ -2,6 +2,7 @@
 
 #include "zelutils/platform/win32.h"
 
+#include <cstdint>
 #include <ctime>
 
 namespace zel {
@@ -70,6 +71,10 @@ void ZelTime::FromFields(int year, int month, int day, int hour, int minute, int
 }
 
 bool ZelTime::GetLocalTime(SYSTEMTIME& time) const {
+    // Only times from 1601 whose 100 ns ticks fit 63 bits have a file time.
+    constexpr std::int64_t kFirst = -kUnixEpochIn100ns / 10000000;
+    constexpr std::int64_t kLast = (INT64_MAX - kUnixEpochIn100ns) / 10000000;
+    if (value_ < kFirst || value_ > kLast) return false;
     std::int64_t ticks = value_ * 10000000 + kUnixEpochIn100ns;
     FILETIME utc{static_cast<DWORD>(ticks), static_cast<DWORD>(static_cast<std::uint64_t>(ticks) >> 32)};
     return FileTimeToLocalSystemTime(utc, time);

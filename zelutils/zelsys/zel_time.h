@@ -4,8 +4,11 @@
 /// fields, SYSTEMTIME, FILETIME and the zip/DOS date and time words. Fields
 /// are local time. Invalid fields are a programming error and throw
 /// TimeFieldError (code 0x80004005); a time the runtime library cannot
-/// represent, or a file time the platform cannot convert, ends the process
-/// through fatalErrorBox.
+/// represent (the Windows runtime's range is 1970 to 3000 UTC; glibc's takes
+/// every year the checks let through), or a file time the platform cannot
+/// convert, ends the process through fatalErrorBox. Local time is that of
+/// the instant on POSIX, but Windows converts file times with the offset in
+/// force now.
 #pragma once
 
 #include "zelutils/diag/checks.h"
@@ -81,7 +84,8 @@ public:
 
     /// Seconds since 1970-01-01 00:00 UTC.
     std::int64_t GetTime() const { return value_; }
-    /// The local date and time; false for a time the platform cannot convert.
+    /// The local date and time; false for a time the platform cannot convert
+    /// (before 1601, or past the last file time, 30828-09-14 02:48:05 UTC).
     bool GetLocalTime(SYSTEMTIME& time) const;
     ///@{
     /// Local hour, minute and second (0 when the time cannot be converted).

@@ -33,6 +33,15 @@ inline FILETIME FileTimeOf(LONGLONG seconds, long nanoseconds) {
                       static_cast<ULONGLONG>(nanoseconds / 100));
 }
 
+/// Moves ticks (below kMaxFileTime) by delta ticks; false, and shifted
+/// untouched, when the result would leave [0, kMaxFileTime).
+inline bool ShiftTicks(ULONGLONG ticks, LONGLONG delta, ULONGLONG* shifted) {
+    ULONGLONG magnitude = delta < 0 ? 0 - static_cast<ULONGLONG>(delta) : static_cast<ULONGLONG>(delta);
+    if (delta < 0 ? magnitude > ticks : magnitude >= kMaxFileTime - ticks) return false;
+    *shifted = delta < 0 ? ticks - magnitude : ticks + magnitude;
+    return true;
+}
+
 /// The POSIX time of a file time below kMaxFileTime.
 inline timespec TimespecOf(ULONGLONG ticks) {
     timespec result{};

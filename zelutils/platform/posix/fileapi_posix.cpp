@@ -496,7 +496,18 @@ BOOL zel_win32::SetEndOfFile(HANDLE file) {
 BOOL zel_win32::FlushFileBuffers(HANDLE file) {
     std::shared_ptr<FileObject> object = FileWithAccess(file, kWriteAccess);
     if (!object) return FALSE;
-    return sys::Sync(object->Fd()) == 0 || FailFromErrno();
+    if (sys::Sync(object->Fd()) == 0) return TRUE;
+    // A pipe has no medium: Windows flushes one once its reader holds the
+    // bytes, which a write here has already handed over. fsync refuses
+    // pipes and sockets with EINVAL.
+    int error = errno;
+    struct statx status {};
+    if (error == EINVAL && sys::Stat(object->Fd(), "", AT_EMPTY_PATH, &status) == 0 &&
+        (S_ISFIFO(status.stx_mode) || S_ISSOCK(status.stx_mode))) {
+        return TRUE;
+    }
+    errno = error;
+    return FailFromErrno();
 }
 
 // The whole file's flock lock stands for any range: the library locks files
@@ -778,10 +789,12 @@ BOOL zel_win32::FileTimeToLocalFileTime(const FILETIME* fileTime, LPFILETIME loc
     struct tm local {};
     tzset();  // a TZ changed since the last conversion counts, as it does for mktime
     if (localtime_r(&seconds, &local) == nullptr) return Fail(ERROR_INVALID_PARAMETER);
-    LONGLONG shifted =
-        static_cast<LONGLONG>(ticks) + local.tm_gmtoff * static_cast<LONGLONG>(kTicksPerSecond);
-    if (shifted < 0) return Fail(ERROR_INVALID_PARAMETER);
-    *localFileTime = zel_platform::posix::FileTimeOf(static_cast<ULONGLONG>(shifted));
+    ULONGLONG shifted = 0;
+    if (!zel_platform::posix::ShiftTicks(ticks, local.tm_gmtoff * static_cast<LONGLONG>(kTicksPerSecond),
+                                         &shifted)) {
+        return Fail(ERROR_INVALID_PARAMETER);
+    }
+    *localFileTime = zel_platform::posix::FileTimeOf(shifted);
     return TRUE;
 }
 
@@ -796,11 +809,12 @@ BOOL zel_win32::LocalFileTimeToFileTime(const FILETIME* localFileTime, LPFILETIM
     if (gmtime_r(&localSeconds, &fields) == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     fields.tm_isdst = -1;
     time_t utcSeconds = mktime(&fields);
-    LONGLONG shifted =
-        static_cast<LONGLONG>(ticks) -
-        static_cast<LONGLONG>(localSeconds - utcSeconds) * static_cast<LONGLONG>(kTicksPerSecond);
-    if (shifted < 0 || static_cast<ULONGLONG>(shifted) >= kMaxFileTime)
+    ULONGLONG shifted = 0;
+    if (!zel_platform::posix::ShiftTicks(
+            ticks, static_cast<LONGLONG>(utcSeconds - localSeconds) * static_cast<LONGLONG>(kTicksPerSecond),
+            &shifted)) {
         return Fail(ERROR_INVALID_PARAMETER);
-    *fileTime = zel_platform::posix::FileTimeOf(static_cast<ULONGLONG>(shifted));
+    }
+    *fileTime = zel_platform::posix::FileTimeOf(shifted);
     return TRUE;
 }
