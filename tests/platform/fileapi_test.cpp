@@ -162,23 +162,21 @@ TEST_F(FileApi, RefusesBadArguments) {
         DWORD access;
         DWORD disposition;
         DWORD windowsError;
+        DWORD wineError;  // Wine 8's own answer; 0: it opens the file (and truncates it)
     };
     // Truncation needs GENERIC_WRITE itself; a folder is no file to create.
-    const Case cases[] = {{"f", GENERIC_READ, TRUNCATE_EXISTING, ERROR_INVALID_PARAMETER},
-                          {"f", FILE_WRITE_DATA, TRUNCATE_EXISTING, ERROR_INVALID_PARAMETER},
-                          {"f", GENERIC_READ, 6, ERROR_INVALID_PARAMETER},
-                          {"sub", GENERIC_WRITE, CREATE_NEW, ERROR_ACCESS_DENIED}};
+    const Case cases[] = {{"f", GENERIC_READ, TRUNCATE_EXISTING, ERROR_INVALID_PARAMETER, 0},
+                          {"f", FILE_WRITE_DATA, TRUNCATE_EXISTING, ERROR_INVALID_PARAMETER, 0},
+                          {"f", GENERIC_READ, 6, ERROR_INVALID_PARAMETER, ERROR_INVALID_PARAMETER},
+                          {"sub", GENERIC_WRITE, CREATE_NEW, ERROR_ACCESS_DENIED, ERROR_FILE_EXISTS}};
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << c.name << " access " << c.access << " disposition " << c.disposition);
         HANDLE file = Open(c.name, c.access, c.disposition);
         DWORD error = GetLastError();
-        if (!zel_test::RunningUnderWine()) {
-            EXPECT_EQ(file, INVALID_HANDLE_VALUE);
-            EXPECT_EQ(error, c.windowsError);
-        } else if (c.disposition == CREATE_NEW) {  // Wine 8 reports the folder as existing
-            EXPECT_EQ(error, static_cast<DWORD>(ERROR_FILE_EXISTS));
-        } else {  // Wine 8 opens (and truncates) with any access, and takes disposition 6
-            EXPECT_NE(file, INVALID_HANDLE_VALUE);
+        DWORD expected = zel_test::RunningUnderWine() ? c.wineError : c.windowsError;
+        EXPECT_EQ(file != INVALID_HANDLE_VALUE, expected == 0);
+        if (expected != 0) {
+            EXPECT_EQ(error, expected);
         }
         if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
     }
@@ -213,9 +211,16 @@ TEST_F(FileApi, ReadOnlyFilesAreNeitherDeletedNorReplaced) {
     Put("other", "new");
     EXPECT_FALSE(DeleteFileW(P("ro").c_str()));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    EXPECT_FALSE(MoveFileExW(P("other").c_str(), P("ro").c_str(), MOVEFILE_REPLACE_EXISTING));
+    BOOL copied = CopyFileW(P("other").c_str(), P("ro").c_str(), FALSE);
+    if (copied && zel_test::RunningUnderWine()) {
+        SetFileAttributesW(P("ro").c_str(), FILE_ATTRIBUTE_NORMAL);
+        Remove("ro");
+        Remove("other");
+        GTEST_SKIP() << "Wine 8 run by root copies and renames over a read-only file";
+    }
+    EXPECT_FALSE(copied);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    EXPECT_FALSE(CopyFileW(P("other").c_str(), P("ro").c_str(), FALSE));
+    EXPECT_FALSE(MoveFileExW(P("other").c_str(), P("ro").c_str(), MOVEFILE_REPLACE_EXISTING));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
     EXPECT_EQ(Get("ro"), "kept");
 
@@ -302,12 +307,14 @@ TEST_F(FileApi, HandlesAllowOnlyTheirAccess) {
     EXPECT_EQ(written, 0u);
     EXPECT_FALSE(FlushFileBuffers(reader));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    // Windows checks these rights too; Wine does not (or reports 87).
-    if (zel_platform::kEmulated) {
-        EXPECT_FALSE(SetEndOfFile(reader));
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-        FILETIME time{};
-        EXPECT_FALSE(SetFileTime(reader, nullptr, nullptr, &time));
+    // Windows checks these rights too; Wine 8 reports 87 for the first and
+    // lets the second through.
+    const bool wine = zel_test::RunningUnderWine();
+    EXPECT_FALSE(SetEndOfFile(reader));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(wine ? ERROR_INVALID_PARAMETER : ERROR_ACCESS_DENIED));
+    FILETIME time{};
+    EXPECT_NE(SetFileTime(reader, nullptr, nullptr, &time), wine ? FALSE : TRUE);
+    if (!wine) {
         EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
     }
     CloseHandle(reader);
@@ -401,10 +408,12 @@ TEST_F(FileApi, FilePointerPastFourGigabytes) {
     high = 0;
     EXPECT_EQ(SetFilePointer(file, 0, &high, FILE_CURRENT), 0u);
     EXPECT_EQ(high, 2);
-    if (zel_platform::kEmulated) {  // Wine hands out the low word instead
+    if (!zel_test::RunningUnderWine()) {
         EXPECT_EQ(SetFilePointer(file, 0, nullptr, FILE_CURRENT), INVALID_SET_FILE_POINTER)
             << "past 4 GB needs the high word";
         EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    } else {
+        EXPECT_EQ(SetFilePointer(file, 0, nullptr, FILE_CURRENT), 0u) << "Wine 8 hands out the low word";
     }
     high = -1;
     EXPECT_EQ(SetFilePointer(file, -1, &high, FILE_END), 0xFFFFFFFFu);
@@ -689,11 +698,12 @@ TEST_F(FileSearch, QuestionMarksStopAtDots) {
         return found;
     };
     EXPECT_EQ(names("?"), (Names{"a"}));
-    EXPECT_EQ(names("a?"), (Names{"a", "aa"}));
+    // Wine 8 wants a character for every "?", and lets it take the dot.
+    const bool wine = zel_test::RunningUnderWine();
+    EXPECT_EQ(names("a?"), (wine ? Names{"aa"} : Names{"a", "aa"}));
     EXPECT_EQ(names("* .a"), (Names{" .a"}));
     EXPECT_EQ(names("*.a"), (Names{"a.a", " .a"}));
-    // Wine 8 lets "?" take the dot.
-    EXPECT_EQ(names(" ?a"), zel_test::RunningUnderWine() ? Names{" .a"} : Names{"error 2"});
+    EXPECT_EQ(names(" ?a"), (wine ? Names{" .a"} : Names{"error 2"}));
     for (const char* name : files) Remove(std::string("q/") + name);
     Remove("q");
 }
@@ -847,7 +857,7 @@ TEST(ModuleFileName, NamesTheProgramAndTheLibrary) {
     EXPECT_EQ(GetModuleFileNameW(nullptr, small, 5), 5u);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
     EXPECT_EQ(WString(small, 4), programPath.substr(0, 4));
-    if (zel_platform::kEmulated) {  // Wine leaves the terminator out, as Windows XP did
+    if (!zel_test::RunningUnderWine()) {  // Wine 8 leaves the terminator out, as Windows XP did
         EXPECT_EQ(small[4], 0) << "truncated, terminator included";
     }
 
@@ -896,12 +906,11 @@ TEST(TimeConversion, FileTimeAndCalendarRoundTrip) {
         EXPECT_FALSE(SystemTimeToFileTime(&bad, &time))
             << bad.wYear << "-" << bad.wMonth << "-" << bad.wDay;
     }
-    if (zel_platform::kEmulated) {  // Wine takes 29 February in any year
-        for (SYSTEMTIME noLeapDay :
-             {SYSTEMTIME{1900, 2, 0, 29, 0, 0, 0, 0}, SYSTEMTIME{2001, 2, 0, 29, 0, 0, 0, 0}}) {
-            FILETIME time{};
-            EXPECT_FALSE(SystemTimeToFileTime(&noLeapDay, &time)) << noLeapDay.wYear;
-        }
+    for (SYSTEMTIME noLeapDay : {SYSTEMTIME{1900, 2, 0, 29, 0, 0, 0, 0}, SYSTEMTIME{2001, 2, 0, 29, 0, 0, 0, 0}}) {
+        FILETIME time{};
+        // Wine 8 takes 29 February in any year.
+        EXPECT_NE(SystemTimeToFileTime(&noLeapDay, &time), zel_test::RunningUnderWine() ? FALSE : TRUE)
+            << noLeapDay.wYear;
     }
     FILETIME now{};
     GetSystemTimeAsFileTime(&now);
