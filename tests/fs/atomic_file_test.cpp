@@ -104,6 +104,14 @@ TEST_F(AtomicFile, WhatIsNoRegularFileOrAFailedWriterLeavesAllUntouched) {
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
     EXPECT_TRUE(std::filesystem::is_directory(Folder() / "folder"));
     std::filesystem::remove(Folder() / "folder");
+    Put("read-only.ini", "old");
+    ASSERT_TRUE(SetFileAttributesW(PathW("read-only.ini").GetString(), FILE_ATTRIBUTE_READONLY));
+    EXPECT_FALSE(Replace(PathW("read-only.ini"), "x"));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(Get("read-only.ini"), "old");
+    EXPECT_EQ(Entries(), 1) << "no temporary file left";
+    ASSERT_TRUE(SetFileAttributesW(PathW("read-only.ini").GetString(), FILE_ATTRIBUTE_NORMAL));
+    std::filesystem::remove(Folder() / "read-only.ini");
 
     if (zel_platform::kEmulated) {
         EXPECT_FALSE(Replace(CZelStringW(ZW("/dev/null")), "x"));

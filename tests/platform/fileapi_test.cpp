@@ -5,10 +5,10 @@
 
 #include "tests/support/environment.h"
 #include "tests/support/temp_folder.h"
+#include "tests/support/wine.h"
 
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <chrono>
 #include <cerrno>
 #include <cstdlib>
@@ -23,11 +23,6 @@ using WString = std::basic_string<WCHAR>;
 WString Widen(const std::string& ascii) { return WString(ascii.begin(), ascii.end()); }
 
 std::string Narrow(const WString& ascii) { return std::string(ascii.begin(), ascii.end()); }
-
-std::string Lower(std::string text) {
-    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return text;
-}
 
 class FileApi : public zel_test::TempFolderTest {
 protected:
@@ -161,19 +156,145 @@ TEST_F(FileApi, NamesThatAreNotUtf8GoBackToTheSameBytes) {
 
 TEST_F(FileApi, RefusesBadArguments) {
     Put("f", "x");
-    // Windows refuses both; Wine, which runs the Windows pass, lets them through.
-    if (zel_platform::kEmulated) {
-        EXPECT_EQ(Open("f", GENERIC_READ, TRUNCATE_EXISTING), INVALID_HANDLE_VALUE)
-            << "truncation needs write access";
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-        EXPECT_EQ(Open("f", GENERIC_READ, 6), INVALID_HANDLE_VALUE);
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    std::filesystem::create_directory(Folder() / "sub");
+    struct Case {
+        const char* name;
+        DWORD access;
+        DWORD disposition;
+        DWORD windowsError;
+        DWORD wineError;  // Wine 8's own answer; 0: it opens the file (and truncates it)
+    };
+    // Truncation needs GENERIC_WRITE itself; a folder is no file to create.
+    const Case cases[] = {{"f", GENERIC_READ, TRUNCATE_EXISTING, ERROR_INVALID_PARAMETER, 0},
+                          {"f", FILE_WRITE_DATA, TRUNCATE_EXISTING, ERROR_INVALID_PARAMETER, 0},
+                          {"f", GENERIC_READ, 6, ERROR_INVALID_PARAMETER, ERROR_INVALID_PARAMETER},
+                          {"sub", GENERIC_WRITE, CREATE_NEW, ERROR_ACCESS_DENIED, ERROR_FILE_EXISTS}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.name << " access " << c.access << " disposition " << c.disposition);
+        HANDLE file = Open(c.name, c.access, c.disposition);
+        DWORD error = GetLastError();
+        DWORD expected = zel_test::RunningUnderWine() ? c.wineError : c.windowsError;
+        EXPECT_EQ(file != INVALID_HANDLE_VALUE, expected == 0);
+        if (expected != 0) {
+            EXPECT_EQ(error, expected);
+        }
+        if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
+    }
+    if (!zel_test::RunningUnderWine()) {
+        EXPECT_EQ(Get("f"), "x");
     }
     EXPECT_EQ(CreateFileW(ZW(""), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr),
               INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
-    EXPECT_EQ(Get("f"), "x");
+
+    HANDLE file = Open("f", GENERIC_READ | GENERIC_WRITE, OPEN_EXISTING);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+    DWORD count = 99;
+    EXPECT_FALSE(WriteFile(file, nullptr, 5, &count, nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_USER_BUFFER));
+    EXPECT_FALSE(ReadFile(file, nullptr, 5, &count, nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOACCESS));
+    EXPECT_EQ(count, 0u);
+    EXPECT_TRUE(WriteFile(file, nullptr, 0, &count, nullptr)) << "nothing to write needs no buffer";
+    CloseHandle(file);
     Remove("f");
+    Remove("sub");
+}
+
+// A file whose owner may not write it (FILE_ATTRIBUTE_READONLY on Windows)
+// is neither deleted nor replaced, whoever asks, until the attribute goes.
+TEST_F(FileApi, ReadOnlyFilesAreNeitherDeletedNorReplaced) {
+    HANDLE file = Open("ro", GENERIC_WRITE, CREATE_NEW, FILE_ATTRIBUTE_READONLY);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+    ASSERT_TRUE(Write(file, "kept"));
+    CloseHandle(file);
+    Put("other", "new");
+    EXPECT_FALSE(DeleteFileW(P("ro").c_str()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    BOOL copied = CopyFileW(P("other").c_str(), P("ro").c_str(), FALSE);
+    if (copied && zel_test::RunningUnderWine()) {
+        SetFileAttributesW(P("ro").c_str(), FILE_ATTRIBUTE_NORMAL);
+        Remove("ro");
+        Remove("other");
+        GTEST_SKIP() << "Wine 8 run by root copies and renames over a read-only file";
+    }
+    EXPECT_FALSE(copied);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_FALSE(MoveFileExW(P("other").c_str(), P("ro").c_str(), MOVEFILE_REPLACE_EXISTING));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(Get("ro"), "kept");
+
+    ASSERT_TRUE(SetFileAttributesW(P("ro").c_str(), FILE_ATTRIBUTE_NORMAL)) << GetLastError();
+    EXPECT_FALSE(GetFileAttributesW(P("ro").c_str()) & FILE_ATTRIBUTE_READONLY);
+    EXPECT_TRUE(CopyFileW(P("other").c_str(), P("ro").c_str(), FALSE)) << GetLastError();
+    ASSERT_TRUE(SetFileAttributesW(P("other").c_str(), FILE_ATTRIBUTE_READONLY));
+    EXPECT_TRUE(GetFileAttributesW(P("other").c_str()) & FILE_ATTRIBUTE_READONLY);
+    EXPECT_TRUE(MoveFileExW(P("other").c_str(), P("ro").c_str(), MOVEFILE_REPLACE_EXISTING))
+        << "a read-only file may itself be moved";
+    EXPECT_EQ(Get("ro"), "new");
+    EXPECT_TRUE(GetFileAttributesW(P("ro").c_str()) & FILE_ATTRIBUTE_READONLY);
+    EXPECT_FALSE(DeleteFileW(P("ro").c_str()));
+    ASSERT_TRUE(SetFileAttributesW(P("ro").c_str(), 0));
+    EXPECT_TRUE(DeleteFileW(P("ro").c_str())) << GetLastError();
+}
+
+TEST_F(FileApi, FolderMovesReplaceFilesButNoFolder) {
+    std::filesystem::create_directories(Folder() / "d");
+    std::filesystem::create_directories(Folder() / "empty");
+    Put("d/x", "inside");
+    Put("f", "file");
+    EXPECT_FALSE(MoveFileW(P("d").c_str(), P("empty").c_str()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
+    EXPECT_FALSE(MoveFileExW(P("d").c_str(), P("empty").c_str(), MOVEFILE_REPLACE_EXISTING));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_FALSE(MoveFileExW(P("f").c_str(), P("empty").c_str(), MOVEFILE_REPLACE_EXISTING));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_TRUE(std::filesystem::is_directory(Folder() / "empty"));
+    EXPECT_TRUE(MoveFileExW(P("d").c_str(), P("f").c_str(), MOVEFILE_REPLACE_EXISTING)) << GetLastError();
+    EXPECT_EQ(Get("f/x"), "inside");
+    EXPECT_FALSE(Exists("d"));
+    std::filesystem::remove_all(Folder() / "f");
+    Remove("empty");
+}
+
+TEST_F(FileApi, NamesAreTakenAsWindowsTakesThem) {
+    Put("a", "A");
+    SetLastError(1234);
+    EXPECT_TRUE(MoveFileW(P("a").c_str(), P("a").c_str())) << "onto itself: " << GetLastError();
+    EXPECT_EQ(Get("a"), "A");
+
+    // Wildcards name nothing, whichever call meets them.
+    EXPECT_FALSE(MoveFileW(P("a").c_str(), P("x?y").c_str()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_NAME));
+    EXPECT_FALSE(CreateDirectoryW(P("st*r").c_str(), nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_NAME));
+    EXPECT_EQ(Open("q?", GENERIC_WRITE, CREATE_ALWAYS), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_NAME));
+    if (zel_platform::kEmulated) {  // only POSIX can hold such a name
+        std::filesystem::create_directory(Folder() / "st*r");
+    }
+    EXPECT_FALSE(RemoveDirectoryW(P("st*r").c_str()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_NAME));
+    std::filesystem::remove(Folder() / "st*r");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder()), {}), 1) << "only a is there";
+
+    // Trailing dots and spaces of the last component are dropped.
+    EXPECT_TRUE(CreateDirectoryW(P("name.").c_str(), nullptr));
+    EXPECT_TRUE(std::filesystem::is_directory(Folder() / "name"));
+    EXPECT_TRUE(GetFileAttributesW(P("name. .").c_str()) & FILE_ATTRIBUTE_DIRECTORY);
+    EXPECT_TRUE(RemoveDirectoryW(P("name ").c_str())) << GetLastError();
+    HANDLE file = Open("b. ", GENERIC_WRITE, CREATE_NEW);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+    CloseHandle(file);
+    EXPECT_TRUE(Exists("b"));
+    EXPECT_TRUE(DeleteFileW(P("b..").c_str()));
+
+    // A null path is a path not found.
+    EXPECT_FALSE(DeleteFileW(nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
+    EXPECT_FALSE(CreateDirectoryW(nullptr, nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
+    Remove("a");
 }
 
 TEST_F(FileApi, HandlesAllowOnlyTheirAccess) {
@@ -186,12 +307,14 @@ TEST_F(FileApi, HandlesAllowOnlyTheirAccess) {
     EXPECT_EQ(written, 0u);
     EXPECT_FALSE(FlushFileBuffers(reader));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    // Windows checks these rights too; Wine does not (or reports 87).
-    if (zel_platform::kEmulated) {
-        EXPECT_FALSE(SetEndOfFile(reader));
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-        FILETIME time{};
-        EXPECT_FALSE(SetFileTime(reader, nullptr, nullptr, &time));
+    // Windows checks these rights too; Wine 8 reports 87 for the first and
+    // lets the second through.
+    const bool wine = zel_test::RunningUnderWine();
+    EXPECT_FALSE(SetEndOfFile(reader));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(wine ? ERROR_INVALID_PARAMETER : ERROR_ACCESS_DENIED));
+    FILETIME time{};
+    EXPECT_NE(SetFileTime(reader, nullptr, nullptr, &time), wine ? FALSE : TRUE);
+    if (!wine) {
         EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
     }
     CloseHandle(reader);
@@ -285,10 +408,12 @@ TEST_F(FileApi, FilePointerPastFourGigabytes) {
     high = 0;
     EXPECT_EQ(SetFilePointer(file, 0, &high, FILE_CURRENT), 0u);
     EXPECT_EQ(high, 2);
-    if (zel_platform::kEmulated) {  // Wine hands out the low word instead
+    if (!zel_test::RunningUnderWine()) {
         EXPECT_EQ(SetFilePointer(file, 0, nullptr, FILE_CURRENT), INVALID_SET_FILE_POINTER)
             << "past 4 GB needs the high word";
         EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    } else {
+        EXPECT_EQ(SetFilePointer(file, 0, nullptr, FILE_CURRENT), 0u) << "Wine 8 hands out the low word";
     }
     high = -1;
     EXPECT_EQ(SetFilePointer(file, -1, &high, FILE_END), 0xFFFFFFFFu);
@@ -554,6 +679,33 @@ TEST_F(FileSearch, PlainNameFindsThatEntry) {
     }
     EXPECT_EQ(Search(P("missing/c.log")), (std::set<std::string>{"error 3"}));
     EXPECT_EQ(Search(P("sub/")), (std::set<std::string>{"error 2"}));
+    // Wine 8 takes the missing folder for a missing entry.
+    EXPECT_EQ(Search(P("missing/")), (std::set<std::string>{zel_test::RunningUnderWine() ? "error 2" : "error 3"}));
+}
+
+// "?" is one character other than a dot, and nothing at a dot or at the end
+// of the name. The dot entries aside, and names with no 8.3 form of their
+// own on Windows.
+TEST_F(FileSearch, QuestionMarksStopAtDots) {
+    using Names = std::set<std::string>;
+    std::filesystem::create_directory(Folder() / "q");
+    const char* files[] = {"a", "aa", "aaa", "a.a", " .a"};
+    for (const char* name : files) Put(std::string("q/") + name, "");
+    auto names = [&](const char* pattern) {
+        Names found = Search(P(std::string("q/") + pattern));
+        found.erase(".");
+        found.erase("..");
+        return found;
+    };
+    EXPECT_EQ(names("?"), (Names{"a"}));
+    // Wine 8 wants a character for every "?", and lets it take the dot.
+    const bool wine = zel_test::RunningUnderWine();
+    EXPECT_EQ(names("a?"), (wine ? Names{"aa"} : Names{"a", "aa"}));
+    EXPECT_EQ(names("* .a"), (Names{" .a"}));
+    EXPECT_EQ(names("*.a"), (Names{"a.a", " .a"}));
+    EXPECT_EQ(names(" ?a"), (wine ? Names{" .a"} : Names{"error 2"}));
+    for (const char* name : files) Remove(std::string("q/") + name);
+    Remove("q");
 }
 
 TEST_F(FileApi, NonAsciiNamesRoundTrip) {
@@ -654,7 +806,7 @@ TEST_F(FileApi, TempFileNamesAreClaimedExclusively) {
     ASSERT_EQ(std::filesystem::path(created).parent_path(), Folder());
     ASSERT_GT(file.size(), 7u);
     EXPECT_EQ(file.substr(0, 3), "pre") << "three characters of the prefix";
-    EXPECT_EQ(Lower(file.substr(file.size() - 4)), ".tmp");
+    EXPECT_EQ(file.substr(file.size() - 4), ".tmp");
     EXPECT_EQ(std::stoul(file.substr(3, file.size() - 7), nullptr, 16), first);
     EXPECT_TRUE(std::filesystem::exists(created));
 
@@ -674,11 +826,10 @@ TEST_F(FileApi, TempFileNamesAreClaimedExclusively) {
 
     EXPECT_EQ(GetTempFileNameW(Widen(Folder().string()).c_str(), ZW("ab"), 0x1234abcd, name),
               0xabcdu);
-    EXPECT_EQ(Lower(Narrow(name)), Lower(PathOf("abABCD.TMP")));
-    if (zel_platform::kEmulated) {  // Wine writes the name in lower case
-        EXPECT_EQ(Narrow(name), PathOf("abABCD.TMP"));
-    }
-    EXPECT_FALSE(Exists("abABCD.TMP")) << "a given number only forms the name";
+    // The folder and the name joined by the platform's separator.
+    EXPECT_EQ(Narrow(name), PathOf(zel_test::RunningUnderWine() ? "ababcd.tmp"  // Wine 8: lower-case digits
+                                                                : "abABCD.tmp"));
+    EXPECT_FALSE(Exists("abABCD.tmp")) << "a given number only forms the name";
 
     EXPECT_EQ(GetTempFileNameW(P("missing").c_str(), ZW("x"), 0, name), 0u);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_DIRECTORY));
@@ -706,7 +857,7 @@ TEST(ModuleFileName, NamesTheProgramAndTheLibrary) {
     EXPECT_EQ(GetModuleFileNameW(nullptr, small, 5), 5u);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
     EXPECT_EQ(WString(small, 4), programPath.substr(0, 4));
-    if (zel_platform::kEmulated) {  // Wine leaves the terminator out, as Windows XP did
+    if (!zel_test::RunningUnderWine()) {  // Wine 8 leaves the terminator out, as Windows XP did
         EXPECT_EQ(small[4], 0) << "truncated, terminator included";
     }
 
@@ -755,12 +906,11 @@ TEST(TimeConversion, FileTimeAndCalendarRoundTrip) {
         EXPECT_FALSE(SystemTimeToFileTime(&bad, &time))
             << bad.wYear << "-" << bad.wMonth << "-" << bad.wDay;
     }
-    if (zel_platform::kEmulated) {  // Wine takes 29 February in any year
-        for (SYSTEMTIME noLeapDay :
-             {SYSTEMTIME{1900, 2, 0, 29, 0, 0, 0, 0}, SYSTEMTIME{2001, 2, 0, 29, 0, 0, 0, 0}}) {
-            FILETIME time{};
-            EXPECT_FALSE(SystemTimeToFileTime(&noLeapDay, &time)) << noLeapDay.wYear;
-        }
+    for (SYSTEMTIME noLeapDay : {SYSTEMTIME{1900, 2, 0, 29, 0, 0, 0, 0}, SYSTEMTIME{2001, 2, 0, 29, 0, 0, 0, 0}}) {
+        FILETIME time{};
+        // Wine 8 takes 29 February in any year.
+        EXPECT_NE(SystemTimeToFileTime(&noLeapDay, &time), zel_test::RunningUnderWine() ? FALSE : TRUE)
+            << noLeapDay.wYear;
     }
     FILETIME now{};
     GetSystemTimeAsFileTime(&now);

@@ -42,8 +42,18 @@ void TempFolderTest::TearDown() {
             leftovers += " " + entry.path().filename().u8string();
         }
     }
+    // Read-only files and folders a test made go too (Windows refuses to
+    // delete a read-only file).
     std::filesystem::permissions(folder_, std::filesystem::perms::owner_all,
                                  std::filesystem::perm_options::add, error);
+    for (std::filesystem::recursive_directory_iterator entry(folder_, error), end; !error && entry != end;
+         entry.increment(error)) {
+        std::error_code ignored;
+        if (!entry->is_symlink(ignored)) {
+            std::filesystem::permissions(entry->path(), std::filesystem::perms::owner_all,
+                                         std::filesystem::perm_options::add, ignored);
+        }
+    }
     std::filesystem::remove_all(folder_, error);
     EXPECT_TRUE(empty) << "the test left files behind:" << leftovers;
 }

@@ -50,8 +50,8 @@ bool ReplaceFileAtomically(const zel_text::CZelStringW& path, const std::functio
     DWORD attributes = GetFileAttributesW(target.GetString());
     bool exists = attributes != INVALID_FILE_ATTRIBUTES;
     if (!exists && GetLastError() != ERROR_FILE_NOT_FOUND) return false;
-    if (exists && (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE)) != 0) {
-        SetLastError((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? ERROR_ACCESS_DENIED : ERROR_NOT_SUPPORTED);
+    if (exists && (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE | FILE_ATTRIBUTE_READONLY)) != 0) {
+        SetLastError((attributes & FILE_ATTRIBUTE_DEVICE) != 0 ? ERROR_NOT_SUPPORTED : ERROR_ACCESS_DENIED);
         return false;
     }
 

@@ -31,8 +31,10 @@ namespace zel_fs {
 /// Returns false with the first error kept in the last error: the target is
 /// then untouched and no temporary file is left, except when only the
 /// folder's flush after the rename failed, when the target already holds the
-/// new content. A path that names a folder fails with ERROR_ACCESS_DENIED, a
-/// device, FIFO or socket with ERROR_NOT_SUPPORTED; neither is touched.
+/// new content. A path that names a folder or a read-only file fails with
+/// ERROR_ACCESS_DENIED (a read-only file is never replaced, as Windows'
+/// rename refuses to), a device, FIFO or socket with ERROR_NOT_SUPPORTED;
+/// none is touched.
 ZEL_API bool ReplaceFileAtomically(const zel_text::CZelStringW& path,
                                    const std::function<bool(HANDLE file)>& writeContent);
 

@@ -205,7 +205,11 @@ bool EmptyFolder(const CZelStringW& folder) {
         if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
             return EmptyFolder(path) && RemoveDirectoryW(path.GetString());
         }
-        return DeleteFileW(path.GetString()) != FALSE;
+        if (DeleteFileW(path.GetString())) return true;
+        // A read-only file goes too, but only by clearing its attribute first.
+        return (attributes & FILE_ATTRIBUTE_READONLY) != 0 && GetLastError() == ERROR_ACCESS_DENIED &&
+               SetFileAttributesW(path.GetString(), attributes & ~FILE_ATTRIBUTE_READONLY) &&
+               DeleteFileW(path.GetString());
     });
 }
 

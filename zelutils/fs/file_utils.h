@@ -57,8 +57,10 @@ ZEL_API bool CreateFolderTree(const zel_text::CZelStringW& folder);
 /// replaced. Stops at the first failure: false with its last error.
 ZEL_API bool CopyFolderFiles(const zel_text::CZelStringW& source, const zel_text::CZelStringW& destination);
 /// Deletes everything inside folder, subfolders included, and keeps the
-/// folder itself. Symbolic links are removed, never followed. Stops at the
-/// first failure: false with its last error.
+/// folder itself. Read-only files are deleted too: their read-only attribute
+/// is cleared first, which DeleteFileW alone refuses to do. Symbolic links
+/// are removed, never followed. Stops at the first failure: false with its
+/// last error.
 ZEL_API bool EmptyFolder(const zel_text::CZelStringW& folder);
 
 }  // namespace zel_fs

@@ -33,7 +33,7 @@ enum class SystemCall {
     ReadDirectory,    ///< readdir: FindFirstFileW, FindNextFileW
     CloseDirectory,   ///< closedir: FindClose
     ReadLink,         ///< readlink: ResolveSymbolicLinks
-    ChangeMode,       ///< fchmod: CopyFileAccess
+    ChangeMode,       ///< fchmod, fchmodat: CopyFileAccess, SetFileAttributesW
     ChangeOwner,      ///< fchown: CopyFileAccess
     Lock,             ///< flock: LockFileEx, UnlockFileEx
 };

@@ -1,10 +1,16 @@
 /// @file
 /// Files, folders and directory searches under their Win32 names. Paths are
-/// UTF-16 and accept both `\` and `/` as separators. Failures return the
-/// call's sentinel (FALSE, INVALID_HANDLE_VALUE, INVALID_SET_FILE_POINTER,
-/// ...) and leave a Win32 error number in the last error: 2 file not found,
-/// 3 path not found, 5 access denied (also a folder opened as a file), 6 stale
-/// handle, 80 file exists, 112 disk full, 206 name too long, 223 file too large.
+/// UTF-16 and accept both `\` and `/` as separators. As on Windows, trailing
+/// dots and spaces of a path's last component are dropped ("name." names
+/// "name"), and a null path or one holding a wildcard (`*`, `?`, `<`, `>`,
+/// `"`) names nothing: the calls that take a file or folder name fail with 3
+/// and 123 for them. Failures return the call's sentinel (FALSE,
+/// INVALID_HANDLE_VALUE, INVALID_SET_FILE_POINTER, ...) and leave a Win32
+/// error number in the last error: 2 file not found, 3 path not found, 5
+/// access denied (also a folder opened as a file, a read-only file deleted or
+/// replaced), 6 stale handle, 80 file exists, 112 disk full, 123 invalid name,
+/// 206 name too long, 223 file too large. A read-only file is one whose
+/// owner write permission is cleared, whoever the caller is.
 ///
 /// On POSIX share modes are accepted but not enforced (POSIX cannot deny
 /// sharing to other openers), and every I/O is synchronous.
@@ -205,7 +211,9 @@ typedef struct _WIN32_FIND_DATAW {
 /// Opens or creates a file (or, with FILE_FLAG_BACKUP_SEMANTICS, a folder).
 /// On success the last error is 0, or 183 when OPEN_ALWAYS or CREATE_ALWAYS
 /// found the file already there. CREATE_NEW on an existing file fails with
-/// 80; a folder without FILE_FLAG_BACKUP_SEMANTICS fails with 5. On POSIX,
+/// 80; a folder without FILE_FLAG_BACKUP_SEMANTICS fails with 5, whatever
+/// the disposition. TRUNCATE_EXISTING needs GENERIC_WRITE itself (else 87).
+/// On POSIX,
 /// FILE_ATTRIBUTE_HIDDEN, FILE_ATTRIBUTE_TEMPORARY and FILE_FLAG_OVERLAPPED
 /// are accepted and have no effect; FILE_ATTRIBUTE_READONLY makes a new file
 /// read-only. Returns INVALID_HANDLE_VALUE on failure.
@@ -214,12 +222,13 @@ ZEL_API HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMod
                            DWORD flagsAndAttributes, HANDLE templateFile);
 /// Reads up to `toRead` bytes at the file pointer. At end of file it succeeds
 /// with 0 bytes read, as Windows does for synchronous reads. Needs read
-/// access (else 5). `overlapped` must be null on POSIX (else 87).
+/// access (else 5) and a buffer when `toRead` is not 0 (else 998).
+/// `overlapped` must be null on POSIX (else 87).
 ZEL_API BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read,
                       LPOVERLAPPED overlapped);
 /// Writes all `toWrite` bytes at the file pointer; on failure *written holds
-/// what did reach the file. Needs write access (else 5). `overlapped` must
-/// be null on POSIX (else 87).
+/// what did reach the file. Needs write access (else 5) and a buffer when
+/// `toWrite` is not 0 (else 1784). `overlapped` must be null on POSIX (else 87).
 ZEL_API BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written,
                        LPOVERLAPPED overlapped);
 /// Moves the file pointer and returns the low word of the new position (the
@@ -257,25 +266,35 @@ ZEL_API BOOL GetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATIO
 ZEL_API BOOL SetFileTime(HANDLE file, const FILETIME* creationTime, const FILETIME* lastAccessTime,
                          const FILETIME* lastWriteTime);
 
-/// Starts a directory search. `*` and `?` (ASCII case-insensitive, as on
-/// Windows) are wildcards in the last component; a pattern ending in ".*"
-/// also matches names without a dot. A path without wildcards finds that
-/// entry itself. The order of entries is the file system's. A symbolic link
-/// is described by its target and carries FILE_ATTRIBUTE_REPARSE_POINT, as
-/// on Windows, so walkers can keep out of it. Fails with 2
-/// (nothing matches) or 3 (the folder is missing).
+/// Starts a directory search. `*` and `?` are wildcards in the last
+/// component, letters compare ASCII case-insensitively, as on Windows: `*`
+/// matches any run; `?` one character other than a dot, and nothing at a dot
+/// or at the end of the name (so "a?" finds "a" and "ab", and " ?a" does not
+/// find " .a"); a pattern ending in ".*" also matches names without a dot.
+/// POSIX keeps no 8.3 short names, so none is matched. A path without
+/// wildcards finds that entry itself. The order of entries is the file
+/// system's. A symbolic link is described by its target and carries
+/// FILE_ATTRIBUTE_REPARSE_POINT, as on Windows, so walkers can keep out of
+/// it. Fails with 2 (nothing matches, or a path ending in a separator names
+/// a folder but no entry) or 3 (the folder is missing).
 ZEL_API HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData);
 /// The next match of a search; FALSE with 18 when there is none.
 ZEL_API BOOL FindNextFileW(HANDLE findFile, LPWIN32_FIND_DATAW findData);
 /// Ends a search. Only search handles are accepted (else 6).
 ZEL_API BOOL FindClose(HANDLE findFile);
 
-/// Deletes a file; a folder fails with 5.
+/// Deletes a file; a folder or a read-only file fails with 5.
 ZEL_API BOOL DeleteFileW(LPCWSTR fileName);
 /// Creates one folder; 183 when something of that name exists.
 ZEL_API BOOL CreateDirectoryW(LPCWSTR pathName, LPSECURITY_ATTRIBUTES securityAttributes);
 /// Removes an empty folder; 145 when it is not empty, 267 when it is a file.
 ZEL_API BOOL RemoveDirectoryW(LPCWSTR pathName);
+/// Sets or clears a file's FILE_ATTRIBUTE_READONLY, the one attribute POSIX
+/// keeps: set, nobody may write the file (its write permissions are
+/// cleared); cleared, its owner may. Other attributes are accepted and have
+/// no effect there, as has read-only on a folder. A symbolic link is
+/// followed.
+ZEL_API BOOL SetFileAttributesW(LPCWSTR fileName, DWORD fileAttributes);
 /// The attributes of a file or folder (a symbolic link as in FindFirstFileW),
 /// or INVALID_FILE_ATTRIBUTES. On POSIX a device, FIFO or socket has
 /// FILE_ATTRIBUTE_DEVICE.
@@ -290,10 +309,13 @@ ZEL_API BOOL GetDiskFreeSpaceExW(LPCWSTR directoryName, PULARGE_INTEGER freeByte
 /// length needed including the terminator and writes nothing. On POSIX the
 /// folder is $TMPDIR, or /tmp.
 ZEL_API DWORD GetTempPathW(DWORD bufferLength, LPWSTR buffer);
-/// Forms "<path>\<up to 3 prefix characters><hex unique>.TMP" into tempFileName
-/// (MAX_PATH units). With unique 0 it picks a number not yet used, creates
-/// the file exclusively (so nothing can be slipped in under that name) and
-/// returns the number; otherwise it only forms the name. 0 on failure.
+/// Forms "<path><separator><up to 3 prefix characters><hex unique>.tmp" into
+/// tempFileName (MAX_PATH units): the number in upper-case hex digits, the
+/// extension in lower case, the separator the platform's own (`\` on
+/// Windows, `/` on POSIX) unless the path already ends in one. With unique 0
+/// it picks a number not yet used, creates the file exclusively (so nothing
+/// can be slipped in under that name) and returns the number; otherwise it
+/// only forms the name. 0 on failure.
 ZEL_API UINT GetTempFileNameW(LPCWSTR pathName, LPCWSTR prefixString, UINT unique,
                               LPWSTR tempFileName);
 

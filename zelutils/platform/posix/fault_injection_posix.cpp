@@ -39,6 +39,7 @@ struct SystemCallTable {
     int (*closedir)(DIR*);
     ssize_t (*readlink)(const char*, char*, std::size_t);
     int (*fchmod)(int, mode_t);
+    int (*fchmodat)(int, const char*, mode_t, int);
     int (*fchown)(int, uid_t, gid_t);
     int (*flock)(int, int);
 };
@@ -46,7 +47,7 @@ struct SystemCallTable {
 const SystemCallTable kSystem = {::open,  ::close,   ::read,     ::write,     ::lseek,  ::ftruncate,
                                  ::fsync, ::statx,   ::futimens, ::renameat2, ::unlink, ::mkdir,
                                  ::rmdir, ::opendir, ::readdir,  ::closedir, ::readlink,
-                                 ::fchmod, ::fchown, ::flock};
+                                 ::fchmod, ::fchmodat, ::fchown, ::flock};
 
 struct Fault {
     unsigned long at = 0;  // the count at which the call fails; 0: none
@@ -223,6 +224,10 @@ ssize_t ReadLink(const char* path, char* buffer, std::size_t size) {
 
 int ChangeMode(int fd, mode_t mode) {
     return Intercept(SystemCall::ChangeMode) ? -1 : kSystem.fchmod(fd, mode);
+}
+
+int ChangeModeOf(const char* path, mode_t mode) {
+    return Intercept(SystemCall::ChangeMode) ? -1 : kSystem.fchmodat(AT_FDCWD, path, mode, 0);
 }
 
 int ChangeOwner(int fd, uid_t owner, gid_t group) {

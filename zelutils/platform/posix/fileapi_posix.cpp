@@ -102,13 +102,14 @@ std::shared_ptr<FileObject> FileWithAccess(HANDLE file, DWORD rights) {
 }
 
 // The common start of ReadFile and WriteFile: the count done is 0 until
-// known, the handle must allow the transfer, and I/O is synchronous only.
+// known, the handle must allow the transfer, I/O is synchronous only, and a
+// null buffer for a count other than 0 fails with nullBufferError.
 std::shared_ptr<FileObject> BeginTransfer(HANDLE file, DWORD rights, LPCVOID buffer, DWORD count,
-                                          LPDWORD done, LPOVERLAPPED overlapped) {
+                                          LPDWORD done, LPOVERLAPPED overlapped, DWORD nullBufferError) {
     if (done != nullptr) *done = 0;
     std::shared_ptr<FileObject> object = FileWithAccess(file, rights);
     if (object && (overlapped != nullptr || (buffer == nullptr && count != 0))) {
-        SetLastError(ERROR_INVALID_PARAMETER);
+        SetLastError(overlapped != nullptr ? ERROR_INVALID_PARAMETER : nullBufferError);
         return nullptr;
     }
     return object;
@@ -220,7 +221,9 @@ bool StatusOf(HANDLE file, struct statx* status) {
 
 WCHAR FoldAscii(WCHAR c) { return (c >= u'A' && c <= u'Z') ? static_cast<WCHAR>(c + 32) : c; }
 
-// `*` any run, `?` one unit; ASCII letters compare without case.
+// `*` any run; `?` one unit other than a dot, while at a dot or at the end of
+// the name a run of `?` matches nothing (so "a?" finds "a", and " ?a" does
+// not find " .a"), as Windows' DOS_QM does; ASCII letters compare without case.
 bool MatchesPattern(const WideString& pattern, std::size_t patternEnd, const WideString& name) {
     std::size_t p = 0, n = 0;
     std::size_t starP = WideString::npos, starN = 0;
@@ -228,6 +231,8 @@ bool MatchesPattern(const WideString& pattern, std::size_t patternEnd, const Wid
         if (p < patternEnd && pattern[p] == u'*') {
             starP = p++;
             starN = n;
+        } else if (p < patternEnd && pattern[p] == u'?' && name[n] == u'.') {
+            while (p < patternEnd && pattern[p] == u'?') ++p;
         } else if (p < patternEnd &&
                    (pattern[p] == u'?' || FoldAscii(pattern[p]) == FoldAscii(name[n]))) {
             ++p;
@@ -239,7 +244,7 @@ bool MatchesPattern(const WideString& pattern, std::size_t patternEnd, const Wid
             return false;
         }
     }
-    while (p < patternEnd && pattern[p] == u'*') ++p;
+    while (p < patternEnd && (pattern[p] == u'*' || pattern[p] == u'?')) ++p;
     return p == patternEnd;
 }
 
@@ -341,7 +346,7 @@ void AppendHex(WideString& out, UINT value) {
 WideString TempFileName(const WideString& stem, UINT unique) {
     WideString name = stem;
     AppendHex(name, unique);
-    name += u".TMP";
+    name += u".tmp";
     return name;
 }
 
@@ -370,13 +375,14 @@ HANDLE zel_win32::CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD /*sha
                    DWORD flagsAndAttributes, HANDLE /*templateFile*/) {
     bool read = (desiredAccess & kReadAccess) != 0;
     bool write = (desiredAccess & kWriteAccess) != 0;
-    if (fileName == nullptr || creationDisposition < CREATE_NEW ||
-        creationDisposition > TRUNCATE_EXISTING ||
-        (creationDisposition == TRUNCATE_EXISTING && !write)) {
+    // Truncation asks for GENERIC_WRITE itself; FILE_WRITE_DATA does not do.
+    if (creationDisposition < CREATE_NEW || creationDisposition > TRUNCATE_EXISTING ||
+        (creationDisposition == TRUNCATE_EXISTING && (desiredAccess & GENERIC_WRITE) == 0)) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return INVALID_HANDLE_VALUE;
     }
-    std::string path = ToNativePath(fileName);
+    std::string path;
+    if (!NameToNativePath(fileName, path)) return INVALID_HANDLE_VALUE;
     int flags = (read && write) ? O_RDWR : write ? O_WRONLY : O_RDONLY;
     flags |= O_CLOEXEC;
     if ((flagsAndAttributes & FILE_FLAG_WRITE_THROUGH) != 0) flags |= O_DSYNC;
@@ -394,7 +400,12 @@ HANDLE zel_win32::CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD /*sha
         created = false;
     }
     if (fd < 0) {
-        SetLastError(PathError(errno, path));
+        // A folder is no file to create: Windows denies it rather than report it exists.
+        int error = errno;
+        struct statx existing {};
+        bool folder = error == EEXIST && !backupSemantics &&
+                      sys::Stat(AT_FDCWD, path.c_str(), 0, &existing) == 0 && S_ISDIR(existing.stx_mode);
+        SetLastError(folder ? ERROR_ACCESS_DENIED : PathError(error, path));
         return INVALID_HANDLE_VALUE;
     }
     // A step that fails after the open takes back a file the open created,
@@ -422,7 +433,7 @@ HANDLE zel_win32::CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD /*sha
 
 BOOL zel_win32::ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped) {
     std::shared_ptr<FileObject> object =
-        BeginTransfer(file, kReadAccess, buffer, toRead, read, overlapped);
+        BeginTransfer(file, kReadAccess, buffer, toRead, read, overlapped, ERROR_NOACCESS);
     if (!object) return FALSE;
     DWORD total = 0;
     while (total < toRead) {
@@ -437,7 +448,7 @@ BOOL zel_win32::ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read,
 BOOL zel_win32::WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written,
                LPOVERLAPPED overlapped) {
     std::shared_ptr<FileObject> object =
-        BeginTransfer(file, kWriteAccess, buffer, toWrite, written, overlapped);
+        BeginTransfer(file, kWriteAccess, buffer, toWrite, written, overlapped, ERROR_INVALID_USER_BUFFER);
     if (!object) return FALSE;
     DWORD total = 0;
     while (total < toWrite) {
@@ -574,12 +585,14 @@ HANDLE zel_win32::FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData) 
     }
     std::size_t start = LastComponentStart(fileName);
     WideString pattern(fileName + start);
+    std::string path = ToNativePath(fileName);
     if (pattern.empty()) {
-        // "folder\" names no entry to find.
-        SetLastError(ERROR_FILE_NOT_FOUND);
+        // "folder\" names no entry to find; a missing folder is a bad path.
+        struct statx status {};
+        bool folder = sys::Stat(AT_FDCWD, path.c_str(), 0, &status) == 0 && S_ISDIR(status.stx_mode);
+        SetLastError(folder ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
         return INVALID_HANDLE_VALUE;
     }
-    std::string path = ToNativePath(fileName);
     std::shared_ptr<SearchObject> search;
     if (pattern.find_first_of(u"*?") == WideString::npos) {
         struct statx status {};
@@ -588,7 +601,11 @@ HANDLE zel_win32::FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData) 
             SetLastError(PathError(errno, path));
             return INVALID_HANDLE_VALUE;
         }
-        FillFindData(pattern, status, isLink, findData);
+        // The entry's own name: "name." finds "name".
+        std::size_t slash = path.find_last_of('/');
+        std::size_t nameStart = slash == std::string::npos ? 0 : slash + 1;
+        FillFindData(FromNativeText(path.data() + nameStart, path.size() - nameStart), status, isLink,
+                     findData);
         search = std::make_shared<SearchObject>(nullptr, std::move(pattern));
     } else {
         std::string folder =
@@ -622,22 +639,23 @@ BOOL zel_win32::FindClose(HANDLE findFile) {
 }
 
 BOOL zel_win32::DeleteFileW(LPCWSTR fileName) {
-    if (fileName == nullptr) return Fail(ERROR_INVALID_PARAMETER);
-    std::string path = ToNativePath(fileName);
+    std::string path;
+    if (!NameToNativePath(fileName, path)) return FALSE;
+    if (IsReadOnlyFile(path)) return Fail(ERROR_ACCESS_DENIED);
     if (sys::Unlink(path.c_str()) == 0) return TRUE;
     return Fail(PathError(errno, path));
 }
 
 BOOL zel_win32::CreateDirectoryW(LPCWSTR pathName, LPSECURITY_ATTRIBUTES /*securityAttributes*/) {
-    if (pathName == nullptr) return Fail(ERROR_INVALID_PARAMETER);
-    std::string path = ToNativePath(pathName);
+    std::string path;
+    if (!NameToNativePath(pathName, path)) return FALSE;
     if (sys::MakeDirectory(path.c_str(), 0777) == 0) return TRUE;
     return Fail(errno == EEXIST ? ERROR_ALREADY_EXISTS : PathError(errno, path));
 }
 
 BOOL zel_win32::RemoveDirectoryW(LPCWSTR pathName) {
-    if (pathName == nullptr) return Fail(ERROR_INVALID_PARAMETER);
-    std::string path = ToNativePath(pathName);
+    std::string path;
+    if (!NameToNativePath(pathName, path)) return FALSE;
     if (sys::RemoveDirectory(path.c_str()) == 0) return TRUE;
     int error = errno;
     struct statx status {};
@@ -647,12 +665,22 @@ BOOL zel_win32::RemoveDirectoryW(LPCWSTR pathName) {
     return Fail(PathError(error, path));
 }
 
+BOOL zel_win32::SetFileAttributesW(LPCWSTR fileName, DWORD fileAttributes) {
+    std::string path;
+    if (!NameToNativePath(fileName, path)) return FALSE;
+    struct statx status {};
+    if (sys::Stat(AT_FDCWD, path.c_str(), 0, &status) != 0) return Fail(PathError(errno, path));
+    if (S_ISDIR(status.stx_mode)) return TRUE;
+    mode_t permissions = status.stx_mode & 07777;
+    mode_t wanted = (fileAttributes & FILE_ATTRIBUTE_READONLY) != 0 ? permissions & ~mode_t{0222}
+                                                                    : permissions | S_IWUSR;
+    if (wanted == permissions) return TRUE;
+    return sys::ChangeModeOf(path.c_str(), wanted) == 0 || Fail(PathError(errno, path));
+}
+
 DWORD zel_win32::GetFileAttributesW(LPCWSTR fileName) {
-    if (fileName == nullptr) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return INVALID_FILE_ATTRIBUTES;
-    }
-    std::string path = ToNativePath(fileName);
+    std::string path;
+    if (!NameToNativePath(fileName, path)) return INVALID_FILE_ATTRIBUTES;
     struct statx status {};
     bool isLink = false;
     if (!StatEntry(AT_FDCWD, path.c_str(), &status, &isLink)) {
@@ -687,7 +715,7 @@ UINT zel_win32::GetTempFileNameW(LPCWSTR pathName, LPCWSTR prefixString, UINT un
     if (!stem.empty() && stem.back() != u'\\' && stem.back() != u'/') stem += u'/';
     for (int i = 0; prefixString != nullptr && i < 3 && prefixString[i] != 0; ++i)
         stem += prefixString[i];
-    // Room for four hex digits, ".TMP" and the terminator, as Windows demands.
+    // Room for four hex digits, ".tmp" and the terminator, as Windows demands.
     if (stem.size() + 9 > MAX_PATH) return Fail(ERROR_FILENAME_EXCED_RANGE);
 
     if (unique != 0) {

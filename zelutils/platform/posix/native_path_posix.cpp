@@ -59,13 +59,25 @@ void AppendUtf16(WideString& out, const char* text, std::size_t count) {
     Utf8ToUtf16(text, count, &out[start], out.size() - start);
 }
 
+// The length of path without the trailing dots and spaces of its last
+// component, unless that component has nothing else.
+std::size_t LengthWithoutTrailingDots(const WCHAR* path) {
+    std::size_t length = 0;
+    std::size_t componentStart = 0;
+    for (; path[length] != 0; ++length) {
+        if (path[length] == u'\\' || path[length] == u'/') componentStart = length + 1;
+    }
+    std::size_t end = length;
+    while (end > componentStart && (path[end - 1] == u'.' || path[end - 1] == u' ')) --end;
+    return end == componentStart ? length : end;
+}
+
 }  // namespace
 
 std::string ToNativePath(const WCHAR* path) {
     std::string out;
     if (path == nullptr) return out;
-    std::size_t length = 0;
-    while (path[length] != 0) ++length;
+    std::size_t length = LengthWithoutTrailingDots(path);
     std::size_t run = 0;  // start of the units not yet converted
     for (std::size_t i = 0; i < length; ++i) {
         bool escape = path[i] >= kEscapeFirst && path[i] <= kEscapeLast &&
@@ -81,6 +93,27 @@ std::string ToNativePath(const WCHAR* path) {
         if (c == '\\') c = '/';
     }
     return out;
+}
+
+bool NameToNativePath(const WCHAR* path, std::string& native) {
+    if (path == nullptr) {
+        SetLastError(ERROR_PATH_NOT_FOUND);
+        return false;
+    }
+    for (const WCHAR* c = path; *c != 0; ++c) {
+        if (*c == u'*' || *c == u'?' || *c == u'<' || *c == u'>' || *c == u'"') {
+            SetLastError(ERROR_INVALID_NAME);
+            return false;
+        }
+    }
+    native = ToNativePath(path);
+    return true;
+}
+
+bool IsReadOnlyFile(const std::string& nativePath) {
+    struct statx status {};
+    return sys::Stat(AT_FDCWD, nativePath.c_str(), AT_SYMLINK_NOFOLLOW, &status) == 0 &&
+           S_ISREG(status.stx_mode) && (status.stx_mode & S_IWUSR) == 0;
 }
 
 WideString FromNativeText(const char* text, std::size_t length) {

@@ -18,8 +18,24 @@ using WideString = std::basic_string<WCHAR>;
 /// The UTF-8 form of a library path with every `\` turned into `/`. A lone
 /// surrogate U+DC80..U+DCFF is written as the byte it carries (0x80..0xFF),
 /// so a name read from the system goes back to it unchanged; other lone
-/// surrogates become U+FFFD, as the UTF-8 code page writes them.
+/// surrogates become U+FFFD, as the UTF-8 code page writes them. Trailing
+/// dots and spaces of the last component are dropped ("name." is "name"),
+/// as Windows drops them from every path it is given; a component of dots
+/// and spaces only ("." and "..") is kept.
 std::string ToNativePath(const WCHAR* path);
+
+/// ToNativePath for a path that names a file or folder itself (to open,
+/// create, remove or rename), with Windows' refusals: a null path fails with
+/// 3, a path holding a wildcard (`*`, `?`, `<`, `>`, `"`) with 123. False
+/// with the last error set.
+bool NameToNativePath(const WCHAR* path, std::string& native);
+
+/// Whether nativePath names a read-only file: a regular file whose owner may
+/// not write it, as GetFileAttributesW reports FILE_ATTRIBUTE_READONLY.
+/// Windows refuses to delete or replace such a file (5). The bits decide, not
+/// the caller's rights, so the rule holds for a privileged process too. False
+/// when the file cannot be looked at.
+bool IsReadOnlyFile(const std::string& nativePath);
 
 /// Text from the system (file names, paths, arguments) as UTF-16: UTF-8 is
 /// decoded, and each byte that is not part of a well-formed UTF-8 sequence

@@ -30,7 +30,7 @@ int Sync(int fd);
 /// statx: an open descriptor with path "" and AT_EMPTY_PATH, or a path.
 int Stat(int dirFd, const char* path, int flags, struct statx* status);
 int SetTimes(int fd, const struct timespec times[2]);
-/// renameat2 in the current directory; flags 0 or RENAME_NOREPLACE.
+/// renameat2 in the current directory; flags 0, RENAME_NOREPLACE or RENAME_EXCHANGE.
 int Rename(const char* from, const char* to, unsigned flags);
 int Unlink(const char* path);
 int MakeDirectory(const char* path, mode_t mode);
@@ -42,6 +42,8 @@ int CloseDirectory(DIR* directory);
 /// readlink: the link's text (not terminated) and its length, or -1.
 ssize_t ReadLink(const char* path, char* buffer, std::size_t size);
 int ChangeMode(int fd, mode_t mode);
+/// fchmodat in the current directory, following a symbolic link.
+int ChangeModeOf(const char* path, mode_t mode);
 int ChangeOwner(int fd, uid_t owner, gid_t group);
 /// flock (LOCK_SH, LOCK_EX, LOCK_UN, with LOCK_NB); a wait interrupted by a
 /// signal is resumed.

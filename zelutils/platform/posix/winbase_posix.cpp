@@ -20,6 +20,13 @@ bool Exists(const std::string& path) {
     return sys::Stat(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, &status) == 0;
 }
 
+// Whether two names lead to one directory entry: the same file, which is a
+// folder (never linked twice) or has no other name.
+bool SameEntry(const struct statx& a, const struct statx& b) {
+    return a.stx_ino == b.stx_ino && a.stx_dev_major == b.stx_dev_major &&
+           a.stx_dev_minor == b.stx_dev_minor && (S_ISDIR(a.stx_mode) || a.stx_nlink == 1);
+}
+
 BOOL Fail(DWORD error) {
     SetLastError(error);
     return FALSE;
@@ -47,10 +54,29 @@ BOOL zel_win32::MoveFileExW(LPCWSTR existingFileName, LPCWSTR newFileName, DWORD
         (flags & ~(MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) != 0) {
         return Fail(ERROR_INVALID_PARAMETER);
     }
-    std::string from = ToNativePath(existingFileName);
-    std::string to = ToNativePath(newFileName);
+    std::string from;
+    std::string to;
+    if (!NameToNativePath(existingFileName, from) || !NameToNativePath(newFileName, to)) return FALSE;
     bool replace = (flags & MOVEFILE_REPLACE_EXISTING) != 0;
-    int result = sys::Rename(from.c_str(), to.c_str(), replace ? 0 : RENAME_NOREPLACE);
+    // What the names hold decides Windows' answers before any rename; a name
+    // that cannot be looked at is left to the rename to report.
+    struct statx source {};
+    struct statx target {};
+    bool sourceKnown = sys::Stat(AT_FDCWD, from.c_str(), AT_SYMLINK_NOFOLLOW, &source) == 0;
+    bool targetKnown = sys::Stat(AT_FDCWD, to.c_str(), AT_SYMLINK_NOFOLLOW, &target) == 0;
+    if (sourceKnown && targetKnown && SameEntry(source, target)) return TRUE;  // onto itself
+    int result = -1;
+    if (replace && targetKnown) {
+        // Windows replaces neither a folder nor a read-only file; it does
+        // replace a file with a folder, which POSIX renames refuse: the two
+        // trade places in one step and the file, now under the old name, goes.
+        if (S_ISDIR(target.stx_mode) || IsReadOnlyFile(to)) return Fail(ERROR_ACCESS_DENIED);
+        if (sourceKnown && S_ISDIR(source.stx_mode)) {
+            result = sys::Rename(from.c_str(), to.c_str(), RENAME_EXCHANGE);
+            if (result == 0 && sys::Unlink(from.c_str()) != 0) return Fail(zel_platform::ErrorFromErrno(errno));
+        }
+    }
+    if (result != 0) result = sys::Rename(from.c_str(), to.c_str(), replace ? 0 : RENAME_NOREPLACE);
     if (result != 0 && !replace && (errno == EINVAL || errno == ENOSYS)) {
         // A file system without RENAME_NOREPLACE: check, then rename. Not
         // atomic, but the best such a file system allows.
@@ -98,8 +124,10 @@ bool CopyContent(int from, int to) {
 
 BOOL zel_win32::CopyFileW(LPCWSTR existingFileName, LPCWSTR newFileName, BOOL failIfExists) {
     if (existingFileName == nullptr || newFileName == nullptr) return Fail(ERROR_INVALID_PARAMETER);
-    std::string from = ToNativePath(existingFileName);
-    std::string to = ToNativePath(newFileName);
+    std::string from;
+    std::string to;
+    if (!NameToNativePath(existingFileName, from) || !NameToNativePath(newFileName, to)) return FALSE;
+    if (!failIfExists && IsReadOnlyFile(to)) return Fail(ERROR_ACCESS_DENIED);
     int source = sys::Open(from.c_str(), O_RDONLY | O_CLOEXEC, 0);
     if (source < 0) return Fail(PathError(errno, from));
     struct statx status {};
