@@ -13,6 +13,7 @@
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 
 namespace {
@@ -48,6 +49,17 @@ LONG FaultOnce(EXCEPTION_POINTERS* fault, void* context) {
 
 DWORD GuardedInner(void* seen) {
     return zel_platform::RunGuarded(WriteThroughNull, nullptr, Record, seen, nullptr) ? 1 : 2;
+}
+
+DWORD Throw(void*) { throw std::runtime_error("thrown through a guard"); }
+
+// An inner guard left by a C++ exception, then a fault: the outer guard's.
+DWORD FaultAfterAnExceptionLeftAnInnerGuard(void* inner) {
+    try {
+        zel_platform::RunGuarded(Throw, nullptr, Record, inner, nullptr);
+    } catch (const std::runtime_error&) {
+    }
+    return WriteThroughNull(nullptr);
 }
 
 }  // namespace
@@ -86,6 +98,14 @@ TEST(Guard, TheInnermostGuardTakesTheFaultAndAFaultInTheFilterComesBack) {
     Seen twice;
     EXPECT_FALSE(zel_platform::RunGuarded(WriteThroughNull, nullptr, FaultOnce, &twice, nullptr));
     EXPECT_EQ(twice.calls, 2);
+
+    // A guard an exception left is gone: a later fault does not jump back
+    // into its frame.
+    inner = Seen();
+    outer = Seen();
+    EXPECT_FALSE(zel_platform::RunGuarded(FaultAfterAnExceptionLeftAnInnerGuard, &inner, Record, &outer, nullptr));
+    EXPECT_EQ(inner.calls, 0);
+    EXPECT_EQ(outer.calls, 1);
 }
 
 TEST(GuardDeathTest, FaultsOutsideAGuardOrPassedOnEndTheProcessAsWithoutTheLibrary) {
