@@ -107,6 +107,24 @@ TEST_F(CrashReportTest, ElevenCrashesUseSlotsZeroToNineThenZeroAgainEmptiedFirst
     EXPECT_EQ(SlotEntries(10), -1);
 }
 
+// An index edited by hand, with a key before its first header: the slots go
+// on from it, and the file stays one the next report can read.
+TEST_F(CrashReportTest, AnIndexWithAKeyBeforeItsFirstHeaderIsContinuedAndStaysReadable) {
+    EXPECT_EXIT(
+        {
+            UseFolder();
+            std::filesystem::create_directories(Folder() / "SupportInfo" / "Dumps");
+            Put("SupportInfo/Dumps/dumps.ini", "LastDumpIndex=9\r\n[Settings]\r\nLastDumpIndex=2\r\n");
+            for (int i = 0; i < 2; ++i) guardedCall("host.cpp", i, zel_test::WriteThroughNull, nullptr, nullptr);
+            FinishChild(true);
+        },
+        ::testing::ExitedWithCode(0), "");
+    EXPECT_EQ(LastDumpIndexLine(), "LastDumpIndex=4");
+    EXPECT_EQ(SlotEntries(3), 2);
+    EXPECT_EQ(SlotEntries(4), 2);
+    EXPECT_EQ(SlotEntries(0), -1);
+}
+
 TEST_F(CrashReportTest, WithoutDumpDirectoryTheLogCopyIsStillMade) {
     EXPECT_EXIT(
         {
