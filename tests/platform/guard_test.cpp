@@ -16,6 +16,10 @@
 #include <stdexcept>
 #include <string>
 
+#ifndef _WIN32
+#include <unistd.h>
+#endif
+
 namespace {
 
 using zel_test::DivideByZero;
@@ -146,6 +150,11 @@ TEST(SystemValues, DumpDirectoryHasADefaultAndValuesCanBeReplacedAndDeleted) {
     ASSERT_GT(length, 0u);
     std::basic_string<WCHAR> original(buffer, length);
     EXPECT_NE(original.find(ZW("zelutils-dumps")), std::basic_string<WCHAR>::npos);
+#ifndef _WIN32
+    // The temporary folder is shared: each user has a dump folder of his own.
+    std::string uid = "-" + std::to_string(getuid());
+    EXPECT_EQ(original.substr(original.size() - uid.size()), std::basic_string<WCHAR>(uid.begin(), uid.end()));
+#endif
 
     EXPECT_EQ(zel_platform::ReadSystemValue(key, ZW("DumpDirectory"), buffer, length), length + 1)
         << "no room for the terminator: the size needed";
