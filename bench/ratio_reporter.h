@@ -45,9 +45,10 @@ public:
     void Finalize() override { display_->Finalize(); }
 
     /// Prints one line per pair whose two benchmarks both ran: CPU time
-    /// ratio, speed-up, wall-clock ratio and, where both set bytes or items
-    /// processed, both rates (MB are 10^6 bytes). Pairs left out by
-    /// --benchmark_filter are skipped.
+    /// ratio (the wall-clock ratio where both run processes and measure real
+    /// time, as their work is in the children), speed-up, wall-clock ratio
+    /// and, where both set bytes or items processed, both rates (MB are 10^6
+    /// bytes). Pairs left out by --benchmark_filter are skipped.
     void PrintRatios(const RatioPairs& pairs) const {
         std::size_t measuredWidth = 0;
         std::size_t baselineWidth = 0;
@@ -61,8 +62,8 @@ public:
         // the output stays parseable.
         bool console = dynamic_cast<benchmark::ConsoleReporter*>(display_) != nullptr;
         std::ostream& out = console ? display_->GetOutputStream() : display_->GetErrorStream();
-        out << "\nmeasured / baseline, fastest run of each: CPU time ratio, speed-up, wall-clock ratio"
-               ", rates\n";
+        out << "\nmeasured / baseline, fastest run of each: CPU time ratio (wall clock for real-time"
+               " benchmarks), speed-up, wall-clock ratio, rates\n";
         for (const auto& pair : pairs) {
             if (Has(pair)) out << RatioLine(pair, measuredWidth, baselineWidth) << '\n';
         }
@@ -77,6 +78,8 @@ private:
         double wall = 0;
         double bytesPerSecond = 0;
         double itemsPerSecond = 0;
+        bool realTime = false;  // measured with UseRealTime()
+        double Time() const { return realTime ? wall : cpu; }
     };
 
     void Keep(const Run& run) {
@@ -86,7 +89,8 @@ private:
         double toSeconds = 1.0 / benchmark::GetTimeUnitMultiplier(run.time_unit);
         double cpu = run.GetAdjustedCPUTime() * toSeconds;
         double wall = run.GetAdjustedRealTime() * toSeconds;
-        auto inserted = best_.emplace(run.run_name.function_name, Best{cpu, wall, 0, 0});
+        auto inserted =
+            best_.emplace(run.run_name.function_name, Best{cpu, wall, 0, 0, run.run_name.time_type == "real_time"});
         Best& best = inserted.first->second;
         best.cpu = std::min(best.cpu, cpu);
         best.wall = std::min(best.wall, wall);
@@ -105,15 +109,16 @@ private:
     bool Has(const std::pair<std::string, std::string>& pair) const {
         auto measured = best_.find(pair.first);
         auto baseline = best_.find(pair.second);
-        return measured != best_.end() && baseline != best_.end() && measured->second.cpu > 0 &&
-               baseline->second.cpu > 0;
+        return measured != best_.end() && baseline != best_.end() && measured->second.Time() > 0 &&
+               baseline->second.Time() > 0;
     }
 
     std::string RatioLine(const std::pair<std::string, std::string>& pair, std::size_t measuredWidth,
                           std::size_t baselineWidth) const {
         const Best& measured = best_.at(pair.first);
         const Best& baseline = best_.at(pair.second);
-        double ratio = measured.cpu / baseline.cpu;
+        double ratio = measured.realTime && baseline.realTime ? measured.wall / baseline.wall
+                                                              : measured.cpu / baseline.cpu;
         bool faster = ratio <= 1;
         char line[512];
         int length = std::snprintf(line, sizeof line, "ratio %-*s / %-*s = %6.3f  %5.2fx %-6s  wall %6.3f",

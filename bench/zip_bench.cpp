@@ -1,6 +1,8 @@
 // Zip archives through CZipArchive / CUnZipArchive against minizip's own
 // calls with its default (stdio) file functions, on the same 50 MB of mixed
-// data (text and random bytes) at level 6, in the same run.
+// data (text and random bytes) at level 6, in the same run; and
+// `zelutil zip create`/`extract` against Info-ZIP's zip/unzip programs on the
+// same tree of files, as whole processes (wall-clock time).
 #include "zelutils/text/zel_utf.h"
 #include "zelutils/zip/unzip_archive.h"
 #include "zelutils/zip/zip_archive.h"
@@ -14,6 +16,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -127,15 +130,62 @@ void BM_ZelRead(benchmark::State& state) {
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * kDataSize));
 }
 
+// The 50 MB cut into a tree of 10 folders of 20 files each, as a data
+// folder of a field application looks: "tree" under the bench folder.
+void MakeTree() {
+    std::ifstream in(SourcePath(), std::ios::binary);
+    std::string piece(kDataSize / 200, '\0');
+    for (int folder = 0; folder < 10; ++folder) {
+        std::string path = FolderPath() + "/tree/d" + std::to_string(folder);
+        std::filesystem::create_directories(path);
+        for (int file = 0; file < 20; ++file) {
+            in.read(&piece[0], static_cast<std::streamsize>(piece.size()));
+            std::ofstream(path + "/f" + std::to_string(file) + ".dat", std::ios::binary) << piece;
+        }
+    }
+}
+
+// Runs a shell command in the bench folder once per iteration.
+void RunInFolder(benchmark::State& state, const std::string& command) {
+    if (!std::filesystem::exists(FolderPath() + "/tree")) MakeTree();
+    const std::string line = "cd \"" + FolderPath() + "\" && " + command + " >/dev/null";
+    for (auto _ : state) {
+        if (std::system(line.c_str()) != 0) {
+            state.SkipWithError(("failed: " + line).c_str());
+            return;
+        }
+    }
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * kDataSize));
+}
+
+const std::string kTool = std::string("\"") + ZEL_TOOL_PATH + "\"";
+
+// Each extraction starts from an empty folder, from the archive zip made.
+const std::string kFreshOut = "rm -rf out && (test -f i.zip || zip -q -r -6 i.zip tree) && ";
+
+void BM_ToolCreate(benchmark::State& state) {
+    RunInFolder(state, "rm -f t.zip && " + kTool + " zip create t.zip tree --level 6");
+}
+void BM_InfoZipCreate(benchmark::State& state) { RunInFolder(state, "rm -f i.zip && zip -q -r -6 i.zip tree"); }
+void BM_ToolExtract(benchmark::State& state) { RunInFolder(state, kFreshOut + kTool + " zip extract i.zip -d out"); }
+void BM_UnzipExtract(benchmark::State& state) { RunInFolder(state, kFreshOut + "unzip -q i.zip -d out"); }
+
 BENCHMARK(BM_MinizipWrite)->Unit(benchmark::kMillisecond)->Iterations(2);
 BENCHMARK(BM_ZelWrite)->Unit(benchmark::kMillisecond)->Iterations(2);
 BENCHMARK(BM_MinizipRead)->Unit(benchmark::kMillisecond)->Iterations(4);
 BENCHMARK(BM_ZelRead)->Unit(benchmark::kMillisecond)->Iterations(4);
+BENCHMARK(BM_ToolCreate)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
+BENCHMARK(BM_InfoZipCreate)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
+BENCHMARK(BM_ToolExtract)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
+BENCHMARK(BM_UnzipExtract)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    int status = zel_bench::RunWithRatios(argc, argv, {{"BM_ZelWrite", "BM_MinizipWrite"}, {"BM_ZelRead", "BM_MinizipRead"}});
+    int status = zel_bench::RunWithRatios(argc, argv, {{"BM_ZelWrite", "BM_MinizipWrite"},
+                                                     {"BM_ZelRead", "BM_MinizipRead"},
+                                                     {"BM_ToolCreate", "BM_InfoZipCreate"},
+                                                     {"BM_ToolExtract", "BM_UnzipExtract"}});
     std::filesystem::remove_all(FolderPath());
     return status;
 }

@@ -8,7 +8,10 @@
 #  - wchar_t, the std::w* types and wcs* calls, L"..." and LR"(...)" literals
 #    (wide text is WCHAR, ZW("...") and zel_text's helpers);
 #  - POSIX or C file calls declared or called by hand;
-#  - sources with endings the build and this check do not know (.hpp, .cc, ...).
+#  - sources with endings the build and this check do not know (.hpp, .cc, ...);
+#  - a module's public header (one documented with "/// @file"; internal
+#    headers start with a plain comment) that the umbrella header
+#    zelutils/zelutils.h leaves out.
 set -uo pipefail
 cd "$(dirname "$0")/.."
 
@@ -43,5 +46,11 @@ calls=$(portable | grep -E '\.(h|cpp)$' | xargs -r grep -nE \
 
 odd=$(find zelutils tools tests bench fuzz -type f \( -name '*.hpp' -o -name '*.hh' -o -name '*.hxx' -o -name '*.cc' -o -name '*.cxx' -o -name '*.c++' -o -name '*.ipp' -o -name '*.inl' \) || true)
 [ -n "$odd" ] && report "sources with endings the build and this check do not cover (use .h and .cpp):" "$odd"
+
+unlisted=$(find zelutils -path zelutils/platform -prune -o -name '*.h' -print | sort \
+    | while read -r header; do
+        [ "$header" = zelutils/zelutils.h ] || [ "$(head -c 9 "$header")" != "/// @file" ] || grep -qF "#include \"$header\"" zelutils/zelutils.h || echo "$header"
+    done)
+[ -n "$unlisted" ] && report "public headers the umbrella header zelutils/zelutils.h does not include:" "$unlisted"
 
 exit $fail

@@ -33,3 +33,4 @@
 #include "zelutils/zelsys/zel_time.h"
 #include "zelutils/zip/unzip_archive.h"
 #include "zelutils/zip/zip_archive.h"
+#include "zelutils/zip/zip_base.h"

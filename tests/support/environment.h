@@ -6,6 +6,20 @@
 
 namespace zel_test {
 
+/// Whether this build runs under AddressSanitizer, whose shadow memory and
+/// quarantine make peak-memory figures meaningless.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kAddressSanitized = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kAddressSanitized = true;
+#else
+constexpr bool kAddressSanitized = false;
+#endif
+#else
+constexpr bool kAddressSanitized = false;
+#endif
+
 /// Sets (or, with a null value, removes) an environment variable and puts
 /// the previous state back when it goes out of scope.
 class ScopedEnvironment {

@@ -1,4 +1,5 @@
 // zelutil convert, run as a script would run it.
+#include "tests/support/environment.h"
 #include "tests/tool/tool_test.h"
 #include "zelutils/platform/windef.h"
 
@@ -85,4 +86,28 @@ TEST_F(ConvertCommand, StrictStopsAtTheFirstLossAndLeavesTheOutputAlone) {
     EXPECT_EQ(Run("convert --from utf-16le --to utf8 " + Quoted("in.txt")), 1);
     EXPECT_NE(Errors().find("ends inside a character"), std::string::npos) << Errors();
     for (const char* name : {"in.txt", "out.txt"}) std::filesystem::remove(PathOf(name));
+}
+
+TEST_F(ConvertCommand, MemoryDoesNotGrowWithTheFile) {
+#ifndef _WIN32
+    if (std::system("command -v python3 >/dev/null 2>&1") != 0) GTEST_SKIP() << "python3 missing";
+    constexpr std::uintmax_t kInput = 128u << 20;
+    std::ofstream(PathOf("zeros.txt"));
+    std::filesystem::resize_file(PathOf("zeros.txt"), kInput);  // sparse: no disk written for the input
+    // Python runs the tool and reports the child's peak resident memory (KiB).
+    std::string command = "python3 -c \"import resource,subprocess,sys\nr=subprocess.run(sys.argv[1:]).returncode\n"
+                          "print(r, resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)\" \"" +
+                          zel_test::ToolPath().string() + "\" convert --from 1252 --to utf8 " + Quoted("zeros.txt") +
+                          " " + Quoted("out.txt") + " >" + Quoted("rss.txt");
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    long long status = -1, peakKiB = -1;
+    std::ifstream(PathOf("rss.txt")) >> status >> peakKiB;
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(std::filesystem::file_size(PathOf("out.txt")), kInput);
+    EXPECT_GT(peakKiB, 0);
+    if (!zel_test::kAddressSanitized) {
+        EXPECT_LT(peakKiB * 1024, static_cast<long long>(kInput / 2)) << "the whole file was held in memory";
+    }
+    for (const char* name : {"zeros.txt", "out.txt", "rss.txt"}) std::filesystem::remove(PathOf(name));
+#endif
 }

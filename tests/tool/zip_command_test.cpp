@@ -36,6 +36,22 @@ TEST_F(ZipCommand, CreateListAddAndExtractRoundTrip) {
     for (const char* name : {"tree", "out", "a.zip", "c.txt"}) std::filesystem::remove_all(PathOf(name));
 }
 
+TEST_F(ZipCommand, PasswordFromStandardInput) {
+    Write(PathOf("a.txt"), "A");
+    Write(PathOf("password.txt"), "from stdin\n");
+    ASSERT_EQ(Run("zip create " + Quoted("a.zip") + " " + Quoted("a.txt") + " --password - <" + Quoted("password.txt")), 0)
+        << Errors();
+    ASSERT_EQ(Run("zip extract " + Quoted("a.zip") + " -d " + Quoted("out") + " --password \"from stdin\""), 0)
+        << Errors();
+    EXPECT_EQ(Read(PathOf("out/a.txt")), "A");
+    Write(PathOf("empty.txt"), "");
+    EXPECT_EQ(Run("zip extract " + Quoted("a.zip") + " -d " + Quoted("out2") + " --password - <" + Quoted("empty.txt")), 2);
+    EXPECT_NE(Errors().find("no password on standard input"), std::string::npos) << Errors();
+    for (const char* name : {"a.txt", "password.txt", "empty.txt", "a.zip", "out", "out2"}) {
+        std::filesystem::remove_all(PathOf(name));
+    }
+}
+
 TEST_F(ZipCommand, RefusedArchivesExitTwoNamingTheEntry) {
 #ifndef _WIN32
     if (std::system("command -v python3 >/dev/null 2>&1") != 0) GTEST_SKIP() << "python3 missing";

@@ -297,6 +297,8 @@ TEST_F(XmlRealDocuments, DeclaredCodePagesReadAsPythonWroteThem) {
         {"big5", "\xE8\x87\xBA\xE5\x8C\x97"},
         {"EUC-KR", "\xEC\x84\x9C\xEC\x9A\xB8"},
         {"gb2312", "\xE5\x8C\x97\xE4\xBA\xAC"},
+        // Kanji, half-width katakana (8E) and a JIS X 0212 kanji (8F, three bytes).
+        {"EUC-JP", "\xE6\x9D\xB1\xE4\xBA\xAC\xEF\xBD\xB1\xE4\xB8\x82"},
     };
     std::string script = "import sys\nfor i, (enc, text) in enumerate(zip(sys.argv[1::2], sys.argv[2::2])):\n"
                          "    doc = '<?xml version=\"1.0\" encoding=\"%s\"?>\\n<%s a=\"%s\">%s</%s>'\n"
@@ -323,6 +325,8 @@ TEST_F(XmlRealDocuments, DeclaredCodePagesReadAsPythonWroteThem) {
     const std::pair<std::string, std::string> refused[] = {
         {"<?xml version='1.0' encoding='windows-1253'?><d>\xAA</d>", "not well-formed (invalid token)"},
         {"<?xml version='1.0' encoding='Shift_JIS'?><d>\x81\x7F</d>", "not well-formed (invalid token)"},
+        {"<?xml version='1.0' encoding='EUC-JP'?><d>\xA1\x7F</d>", "not well-formed (invalid token)"},
+        {"<?xml version='1.0' encoding='EUC-JP'?><d>\x8F\xA1</d>", "not well-formed (invalid token)"},
         {"<?xml version='1.0' encoding='x-no-such-code-page'?><d/>", "unknown encoding"},
     };
     for (const auto& [document, reason] : refused) {

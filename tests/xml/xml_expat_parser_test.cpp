@@ -284,6 +284,21 @@ TEST(XmlStrParser, EntitiesOnlyAnExternalDtdDeclaresFailTheParse) {
                                  "<r>&co;</r>";
     ASSERT_TRUE(parser.ParseMemory(declared.data(), declared.size())) << parser.LastFailure().message;
     EXPECT_EQ(parser.Root()->Text(), W("ACME"));
+
+    // The same in attribute values, which Expat passes over in silence.
+    const std::string inAttribute = "<!DOCTYPE r SYSTEM 'r.dtd' [<!ENTITY co 'ACME'>]>\n<r a='&co;&amp;&#65;'>"
+                                    "<s b=\"x\" c='1 &nbsp; \"2\"'/></r>";
+    EXPECT_FALSE(parser.ParseMemory(inAttribute.data(), inAttribute.size()));
+    EXPECT_EQ(parser.LastFailure().message, "undefined entity &nbsp;");
+    EXPECT_EQ(parser.LastFailure().line, 2u);
+    std::u16string wide = u"<?xml version='1.0' encoding='UTF-16'?><!DOCTYPE r SYSTEM 'r.dtd'><r a='&\u00E9;&nbsp;'/>";
+    std::string utf16le = "\xFF\xFE";
+    for (char16_t unit : wide) utf16le += {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
+    EXPECT_FALSE(parser.ParseMemory(utf16le.data(), utf16le.size()));
+    EXPECT_EQ(parser.LastFailure().message, "undefined entity &nbsp;");
+    const std::string kept = "<!DOCTYPE r SYSTEM 'r.dtd' [<!ENTITY co 'ACME'>]><r a='&co;&amp;&#65;'/>";
+    ASSERT_TRUE(parser.ParseMemory(kept.data(), kept.size())) << parser.LastFailure().message;
+    EXPECT_EQ(parser.Root()->GetString(W("a")), W("ACME&A"));
 }
 
 }  // namespace

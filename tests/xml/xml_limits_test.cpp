@@ -1,6 +1,7 @@
 // Documents at the edges: very deep, hostile, and very long.
 #include "zelutils/xml/xml_expat_parser.h"
 
+#include "tests/support/environment.h"
 #include "tests/support/temp_folder.h"
 #include "zelutils/text/zel_utf.h"
 
@@ -23,23 +24,11 @@ CZelStringW W(const char* utf8) { return CZelStringUtf8(utf8).ToWide(); }
 constexpr int kExpatAborted = 35;              // XML_ERROR_ABORTED
 constexpr int kExpatAmplificationLimit = 43;   // XML_ERROR_AMPLIFICATION_LIMIT_BREACH
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
-#else
-constexpr bool kSanitized = false;
-#endif
-
 // The growth of the process's peak resident memory since the last call, in
 // bytes, or -1 where the system does not tell (Linux resets the peak on
 // request; other systems and sanitizer builds are skipped).
 long long PeakGrowthSinceLastCall() {
-    if (kSanitized) return -1;
+    if (zel_test::kAddressSanitized) return -1;
     std::ofstream("/proc/self/clear_refs") << "5";
     std::ifstream status("/proc/self/status");
     static long long before = -1;

@@ -97,6 +97,20 @@ TEST_F(ZipInterop, TheirArchivesExtractByteForByte) {
     }
 }
 
+// A link stored by zip -y comes out as a file holding the link's target, so
+// later entries or writes cannot follow it out of the folder.
+TEST_F(ZipInterop, StoredLinksExtractAsFilesHoldingTheirTarget) {
+    std::filesystem::create_directory_symlink("/etc", Folder() / "src/link");
+    ASSERT_EQ(Shell("zip -q -r -y a.zip src"), 0) << Get("listing");
+    zel_zip::CUnZipArchive unzip;
+    ASSERT_TRUE(unzip.Open(W(PathOf("a.zip")).c_str()));
+    unzip.SetDestinationFolder(W(PathOf("out")));
+    ASSERT_TRUE(unzip.ExtractAll(true, true, nullptr));
+    EXPECT_FALSE(std::filesystem::is_symlink(Folder() / "out/src/link"));
+    EXPECT_EQ(Get("out/src/link"), "/etc");
+    unzip.Close();
+}
+
 TEST_F(ZipInterop, OurArchivesPassTheirTestsAndKeepNamesAndModes) {
     for (const char* password : {static_cast<const char*>(nullptr), "pass word"}) {
         SCOPED_TRACE(password ? "encrypted" : "plain");

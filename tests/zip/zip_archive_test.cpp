@@ -12,6 +12,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <fstream>
 #include <chrono>
 #include <cstdlib>
 #include <random>
@@ -428,3 +430,19 @@ TEST_F(ZipArchiveTest, OverlongNamesAreRefusedOnWrite) {
 }
 
 }  // namespace
+
+TEST_F(ZipArchiveTest, FileCrcReportsTheChecksumOrTheFailure) {
+    std::ofstream(PathOf("nine.txt"), std::ios::binary) << "123456789";
+    char buffer[4];  // smaller than the file: the sum runs over several reads
+    unsigned long crc = 1;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(CZipArchive::fileCrc(P("nine.txt").c_str(), buffer, sizeof buffer, &crc), 0);
+    std::fflush(stdout);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "file " + PathOf("nine.txt") + " crc cbf43926\n");
+    EXPECT_EQ(crc, 0xCBF43926ul);  // the check value of CRC-32
+    crc = 1;
+    EXPECT_EQ(CZipArchive::fileCrc(P("missing.txt").c_str(), buffer, sizeof buffer, &crc), -1);
+    EXPECT_EQ(crc, 0ul);
+    EXPECT_EQ(CZipArchive::fileCrc(P("nine.txt").c_str(), buffer, 0, &crc), -1);
+    std::filesystem::remove(PathOf("nine.txt"));
+}

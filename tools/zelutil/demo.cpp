@@ -7,21 +7,9 @@
 #include "tools/zelutil/commands.h"
 #include "tools/zelutil/demo_samples.h"
 
-#include "zelutils/diag/log_file.h"
-#include "zelutils/fs/application_folders.h"
-#include "zelutils/fs/text_file.h"
-#include "zelutils/fs/atomic_file.h"
-#include "zelutils/fs/platform_file.h"
-#include "zelutils/platform/win32.h"
-#include "zelutils/settings/ini_file.h"
-#include "zelutils/text/zel_encoding.h"
-#include "zelutils/text/zel_number_format.h"
-#include "zelutils/text/zel_utf.h"
-#include "zelutils/xml/xml_expat_parser.h"
-#include "zelutils/xml/xml_writer.h"
-#include "zelutils/zelsys/zel_thread.h"
-#include "zelutils/zip/unzip_archive.h"
-#include "zelutils/zip/zip_archive.h"
+// The tour uses most of the library, and this is the one place its umbrella
+// header is compiled.
+#include "zelutils/zelutils.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -41,6 +41,8 @@ typedef std::uintptr_t ULONG_PTR;
 typedef std::uintptr_t DWORD_PTR;
 typedef std::size_t SIZE_T;
 typedef LONG HRESULT;
+/// A colour as 0x00BBGGRR: red in the low byte, green in the next, blue in the third.
+typedef DWORD COLORREF;
 //@}
 
 /// @name Handles

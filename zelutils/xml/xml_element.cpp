@@ -366,7 +366,7 @@ bool XmlElement::GetTextBool() const {
     return ToBool(text_);
 }
 
-DWORD XmlElement::GetTextColor() const {
+COLORREF XmlElement::GetTextColor() const {
     if (text_.IsEmpty()) Fail();
     unsigned red = 0, green = 0, blue = 0;
     zel_text::ScanText(text_.GetString(), ZW("%2X%2X%2X"), &red, &green, &blue);

@@ -333,7 +333,7 @@ public:
     bool GetTextBool() const;
     /// "rrggbb" (either case) as 0x00BBGGRR; groups that do not scan count
     /// as 0; throws for an empty text.
-    DWORD GetTextColor() const;
+    COLORREF GetTextColor() const;
     /// The text decoded as Base64, four characters at a time: a group of
     /// fewer than 3 characters yields nothing, "=" ends a group's output.
     std::vector<unsigned char> GetTextBinary() const;

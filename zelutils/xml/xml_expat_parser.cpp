@@ -117,6 +117,7 @@ UINT CodePageOfEncoding(const char* declared) {
     } kNames[] = {
         {"shift_jis", 932},   {"sjis", 932},     {"windows-31j", 932},    {"gb2312", 936},
         {"gbk", 936},         {"euc-kr", 949},   {"ks_c_5601-1987", 949}, {"big5", 950},
+        {"euc-jp", 51932},    {"x-euc-jp", 51932},
         {"tis-620", 874},     {"koi8-r", 20866}, {"koi8-u", 21866},       {"macintosh", 10000},
         {"maccyrillic", 10007}, {"x-mac-cyrillic", 10007},
     };
@@ -141,34 +142,44 @@ UINT CodePageOfEncoding(const char* declared) {
     return 0;
 }
 
-// A double-byte code page and the character its invalid sequences decode
+// EUC-JP's bytes: ASCII, 8E before a half-width katakana byte, 8F before a
+// two-byte JIS X 0212 character, A1-FE pairs for JIS X 0208.
+constexpr UINT kEucJp = 51932;
+int EucJpSequenceLength(unsigned char lead) {
+    if (lead < 0x80) return 1;
+    if (lead == 0x8F) return 3;
+    return lead == 0x8E || (lead >= 0xA1 && lead != 0xFF) ? 2 : 0;
+}
+
+// A multi-byte code page and the character its invalid sequences decode
 // to, packed in Expat's data pointer: code pages fit in 16 bits.
-void* PackDoubleByte(UINT codePage, WCHAR invalid) {
+void* PackMultiByte(UINT codePage, WCHAR invalid) {
     return reinterpret_cast<void*>(static_cast<std::uintptr_t>(codePage | static_cast<UINT>(invalid) << 16));
 }
 
-// A two-byte character of a double-byte code page, or -1 when the code page
-// does not define it: the conversion gives '?' or the code page's own
-// replacement (Shift-JIS's middle dot), which then must be the one sequence
-// that encodes it.
-int XMLCALL DecodeDoubleByte(void* data, const char* bytes) {
+// A character of a multi-byte code page (two bytes, or three for EUC-JP's
+// 8F), or -1 when the code page does not define it: the conversion gives
+// '?' or the code page's own replacement (Shift-JIS's middle dot), which
+// then must be the one sequence that encodes it.
+int XMLCALL DecodeMultiByte(void* data, const char* bytes) {
     auto packed = static_cast<UINT>(reinterpret_cast<std::uintptr_t>(data));
     UINT codePage = packed & 0xFFFF;
-    WCHAR wide[2] = {};
-    if (MultiByteToWideChar(codePage, 0, bytes, 2, wide, 2) != 1 || wide[0] == ZW('?')) return -1;
+    int length = codePage == kEucJp ? EucJpSequenceLength(static_cast<unsigned char>(bytes[0])) : 2;
+    WCHAR wide[3] = {};
+    if (MultiByteToWideChar(codePage, 0, bytes, length, wide, 3) != 1 || wide[0] == ZW('?')) return -1;
     if (wide[0] == static_cast<WCHAR>(packed >> 16)) {
         char encoded[4] = {};
-        if (WideCharToMultiByte(codePage, 0, wide, 1, encoded, sizeof encoded, nullptr, nullptr) != 2 ||
-            std::memcmp(encoded, bytes, 2) != 0) {
+        if (WideCharToMultiByte(codePage, 0, wide, 1, encoded, sizeof encoded, nullptr, nullptr) != length ||
+            std::memcmp(encoded, bytes, static_cast<std::size_t>(length)) != 0) {
             return -1;
         }
     }
     return wide[0];
 }
 
-// Expat's hook for encodings it does not know: single-byte code pages, and
-// the double-byte ones whose lead bytes the platform reports (Shift-JIS, GBK,
-// UHC, Big5), decoded by the library's conversions. Bytes the code page
+// Expat's hook for encodings it does not know: single-byte code pages, the
+// double-byte ones whose lead bytes the platform reports (Shift-JIS, GBK,
+// UHC, Big5) and EUC-JP, decoded by the library's conversions. Bytes the code page
 // leaves undefined are malformed, as bytes that are not UTF-8 are in a UTF-8
 // document. Other names stay unknown, and the parse fails with Expat's
 // "unknown encoding".
@@ -176,11 +187,14 @@ int XMLCALL OnUnknownEncoding(void*, const XML_Char* name, XML_Encoding* info) {
     UINT codePage = CodePageOfEncoding(name);
     CPINFO shape{};
     if (codePage == 0 || codePage == CP_UTF8 || !GetCPInfo(codePage, &shape)) return XML_STATUS_ERROR;
-    bool doubleByte = shape.MaxCharSize == 2 && shape.LeadByte[0] != 0;
-    if (shape.MaxCharSize != 1 && !doubleByte) return XML_STATUS_ERROR;
+    bool eucJp = codePage == kEucJp;
+    bool multiByte = eucJp || (shape.MaxCharSize == 2 && shape.LeadByte[0] != 0);
+    if (shape.MaxCharSize != 1 && !multiByte) return XML_STATUS_ERROR;
     for (unsigned byte = 0; byte < 256; ++byte) {
-        if (doubleByte && zel_platform::IsLeadByteIn(shape, static_cast<unsigned char>(byte))) {
-            info->map[byte] = -2;
+        int length = eucJp ? EucJpSequenceLength(static_cast<unsigned char>(byte))
+                           : multiByte && zel_platform::IsLeadByteIn(shape, static_cast<unsigned char>(byte)) ? 2 : 1;
+        if (length != 1) {
+            info->map[byte] = length == 0 ? -1 : -length;
             continue;
         }
         char narrow = static_cast<char>(byte);
@@ -188,13 +202,13 @@ int XMLCALL OnUnknownEncoding(void*, const XML_Char* name, XML_Encoding* info) {
         bool decoded = MultiByteToWideChar(codePage, 0, &narrow, 1, &wide, 1) == 1 && (wide != ZW('?') || byte == '?');
         info->map[byte] = decoded ? wide : -1;
     }
-    if (doubleByte) {
+    if (multiByte) {
         // 7F follows no lead byte in any of these code pages.
-        const char invalid[2] = {static_cast<char>(shape.LeadByte[0]), 0x7F};
+        const char invalid[2] = {static_cast<char>(eucJp ? 0xA1 : shape.LeadByte[0]), 0x7F};
         WCHAR replacement[2] = {};
         MultiByteToWideChar(codePage, 0, invalid, 2, replacement, 2);
-        info->data = PackDoubleByte(codePage, replacement[0]);
-        info->convert = DecodeDoubleByte;
+        info->data = PackMultiByte(codePage, replacement[0]);
+        info->convert = DecodeMultiByte;
     } else {
         info->data = nullptr;
         info->convert = nullptr;
@@ -220,7 +234,10 @@ struct XmlExpatCallbacks {
         }
     }
     static void Start(void* userData, const XML_Char* name, const XML_Char** attributes) {
-        Guard(userData, [&](XmlExpatParser& parser) { parser.OnRawStartElement(name, attributes); });
+        Guard(userData, [&](XmlExpatParser& parser) {
+            if (parser.unreadDeclarations_ && attributes[0] != nullptr && parser.UndefinedEntityInAttributes()) return;
+            parser.OnRawStartElement(name, attributes);
+        });
     }
     static void End(void* userData, const XML_Char* name) {
         Guard(userData, [&](XmlExpatParser& parser) { parser.OnRawEndElement(name); });
@@ -232,11 +249,74 @@ struct XmlExpatCallbacks {
     // (only in an external DTD, which is never read): its text would be lost
     // without a trace, so the parse fails, as it does when there is no DTD.
     static void SkippedEntity(void* userData, const XML_Char* name, int isParameterEntity) {
-        if (isParameterEntity) return;
         auto* parser = static_cast<XmlExpatParser*>(userData);
+        if (isParameterEntity) {
+            parser->unreadDeclarations_ = true;
+            return;
+        }
         parser->Abort(("undefined entity &" + std::string(name) + ";").c_str());
     }
+    static void StartDoctype(void* userData, const XML_Char*, const XML_Char* systemId, const XML_Char*, int) {
+        if (systemId != nullptr) static_cast<XmlExpatParser*>(userData)->unreadDeclarations_ = true;
+    }
+    static void EntityDeclaration(void* userData, const XML_Char* name, int isParameterEntity, const XML_Char*, int,
+                                  const XML_Char*, const XML_Char*, const XML_Char*, const XML_Char*) {
+        if (!isParameterEntity) static_cast<XmlExpatParser*>(userData)->declaredEntities_.emplace_back(name);
+    }
 };
+
+namespace {
+
+// The current start tag's bytes as ASCII (UTF-16 read unit by unit; other
+// characters as 0x80), enough to find entity references in it.
+std::string AsciiView(const char* bytes, int count) {
+    bool littleEndian = count >= 2 && bytes[0] == '<' && bytes[1] == 0;
+    bool bigEndian = count >= 2 && bytes[0] == 0 && bytes[1] == '<';
+    if (!littleEndian && !bigEndian) return std::string(bytes, static_cast<std::size_t>(count));
+    std::string ascii;
+    for (int at = 0; at + 1 < count; at += 2) {
+        auto low = static_cast<unsigned char>(bytes[at + (littleEndian ? 0 : 1)]);
+        auto high = static_cast<unsigned char>(bytes[at + (littleEndian ? 1 : 0)]);
+        ascii += high == 0 && low < 0x80 ? static_cast<char>(low) : '\x80';
+    }
+    return ascii;
+}
+
+}  // namespace
+
+// Fails the parse at the first reference in an attribute value of the
+// current start tag to an ASCII-named entity that is neither predefined nor
+// declared where the document is read (a name in another script cannot be
+// compared with the declarations reliably, and is let through).
+bool XmlExpatParser::UndefinedEntityInAttributes() {
+    int offset = 0;
+    int size = 0;
+    const char* context = XML_GetInputContext(expat_, &offset, &size);
+    int count = XML_GetCurrentByteCount(expat_);
+    if (context == nullptr || count <= 0 || offset < 0 || offset > size - count) return false;
+    std::string tag = AsciiView(context + offset, count);
+    char quote = 0;
+    for (std::size_t at = 0; at < tag.size(); ++at) {
+        char c = tag[at];
+        if (c == '"' || c == '\'') {
+            quote = quote == 0 ? c : quote == c ? 0 : quote;
+            continue;
+        }
+        if (quote == 0 || c != '&' || tag.compare(at + 1, 1, "#") == 0) continue;
+        std::size_t end = tag.find(';', at);
+        if (end == std::string::npos) return false;
+        std::string name = tag.substr(at + 1, end - at - 1);
+        at = end;
+        bool ascii = std::none_of(name.begin(), name.end(), [](char n) { return static_cast<unsigned char>(n) >= 0x80; });
+        bool known = name == "amp" || name == "lt" || name == "gt" || name == "quot" || name == "apos" ||
+                     std::find(declaredEntities_.begin(), declaredEntities_.end(), name) != declaredEntities_.end();
+        if (ascii && !known) {
+            Abort(("undefined entity &" + name + ";").c_str());
+            return true;
+        }
+    }
+    return false;
+}
 
 XmlExpatParser::XmlExpatParser() = default;
 
@@ -255,10 +335,14 @@ void XmlExpatParser::CreateOrReset(const char* encoding) {
     XML_SetCharacterDataHandler(expat_, XmlExpatCallbacks::Characters);
     XML_SetUnknownEncodingHandler(expat_, OnUnknownEncoding, nullptr);
     XML_SetSkippedEntityHandler(expat_, XmlExpatCallbacks::SkippedEntity);
+    XML_SetStartDoctypeDeclHandler(expat_, XmlExpatCallbacks::StartDoctype);
+    XML_SetEntityDeclHandler(expat_, XmlExpatCallbacks::EntityDeclaration);
     XML_SetUserData(expat_, this);
     failure_ = XmlParseFailure();
     abortReason_.clear();
     handlerError_ = nullptr;
+    unreadDeclarations_ = false;
+    declaredEntities_.clear();
 }
 
 void XmlExpatParser::OnRawStartElement(const char*, const char**) {}

@@ -106,11 +106,18 @@ private:
     bool ParseBlocks(const zel_text::CZelStringW& path, int blockSize, zel_text::CZelStringW* error,
                      const char* encoding, bool finalFlag);
     bool Feed(const char* data, int length, bool final, zel_text::CZelStringW* error);
+    bool UndefinedEntityInAttributes();
     friend struct XmlExpatCallbacks;
 
     XmlParseFailure failure_;
     std::string abortReason_;
     std::exception_ptr handlerError_;
+    // Declarations that are never read (an external DTD, a parameter entity)
+    // may declare entities: Expat then drops undeclared references in
+    // attribute values without a word, so start tags are checked by hand
+    // against the general entities the document declares where it is read.
+    bool unreadDeclarations_ = false;
+    std::vector<std::string> declaredEntities_;
 };
 
 /// The wide-string layer: names and text as UTF-16, attributes as a map.

@@ -532,7 +532,7 @@ void XmlWriter::WriteValue(const CZelStringW& name, const Value& value) {
 
 void XmlWriter::WriteElement(const CZelStringW& name, const CZelStringW& value) { WriteValue(name, value); }
 
-void XmlWriter::WriteColor(const CZelStringW& name, DWORD color) {
+void XmlWriter::WriteColor(const CZelStringW& name, COLORREF color) {
     // "%02x%02x%02x" of red, green and blue.
     AsciiValue text;
     text.AddHexByte(color);

@@ -120,7 +120,7 @@ public:
     void WriteElement(const zel_text::CZelStringW& name, const zel_text::CZelStringW& value);
     /// A colour (0x00BBGGRR, red in the low byte) as six lower-case
     /// hexadecimal digits, red first.
-    void WriteColor(const zel_text::CZelStringW& name, DWORD color);
+    void WriteColor(const zel_text::CZelStringW& name, COLORREF color);
     /// "true" or "false".
     void WriteBool(const zel_text::CZelStringW& name, bool value);
     /// "YYYY-MM-DDThh:mm:ss", with ".mmm" when the millisecond is not 0.

@@ -11,16 +11,6 @@
 namespace zel::thread {
 namespace {
 
-/// The start record, written by the creating thread before the thread
-/// exists and owned by the new thread from its first instruction.
-struct ZelThreadParam {
-    std::string name;
-    std::string sourceFile;
-    DWORD sourceLine;
-    WorkerFunction function;
-    void* argument;
-};
-
 // The position a fault in a worker's body is reported at: the wrapper's
 // own, the same in every release, so that support staff can tell a
 // worker's crash from one in a host's own guarded call.

@@ -11,6 +11,7 @@
 #include "zelutils/platform/win32.h"
 #include "zelutils/zel_api.h"
 
+#include <string>
 #include <thread>
 
 namespace zel::thread {
@@ -18,6 +19,17 @@ namespace zel::thread {
 /// A worker thread's body: takes the argument given at creation and returns
 /// the thread's exit code.
 using WorkerFunction = DWORD (*)(void* argument);
+
+/// The start record CreateWorkerThread hands to the new thread. The starting
+/// thread fills it before the thread exists; from then on the new thread
+/// owns it and destroys it when the body returns.
+struct ZelThreadParam {
+    std::string name;        ///< the thread's name for the log ("" for none)
+    std::string sourceFile;  ///< the source file of the code that started the thread
+    DWORD sourceLine;        ///< the line in sourceFile
+    WorkerFunction function; ///< the thread's body
+    void* argument;          ///< the body's argument
+};
 
 /// Starts function(argument) on a new thread named name (null: "") started
 /// by the code at sourceFile:sourceLine; creationFlags (CREATE_SUSPENDED)

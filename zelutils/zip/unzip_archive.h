@@ -9,7 +9,10 @@
 /// only when complete, so a failure leaves neither a corrupt file nor, with
 /// overwrite, a destroyed old one. A file an entry made on a Unix host lets
 /// someone execute can be executed by whoever may read the extracted file;
-/// no other permission is taken from the archive.
+/// no other permission is taken from the archive. An entry recorded as a
+/// symbolic link is extracted as a plain file that holds the link's target,
+/// as on Windows: a link made by an archive could lead later entries, or
+/// the host's own writes, out of the destination folder.
 ///
 /// Entries encrypted with the traditional zip encryption are decrypted by
 /// the library itself.
