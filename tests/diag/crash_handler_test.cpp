@@ -125,6 +125,23 @@ TEST_F(CrashReportTest, AnIndexWithAKeyBeforeItsFirstHeaderIsContinuedAndStaysRe
     EXPECT_EQ(SlotEntries(0), -1);
 }
 
+#ifndef _WIN32
+// A link where the system's dump folder should be, as another user of the
+// shared temporary folder could plant it: what it points to is not emptied.
+TEST_F(CrashReportTest, ASystemDumpFolderThatIsALinkIsNotEmptied) {
+    EXPECT_EXIT(
+        {
+            UseFolder();
+            std::filesystem::create_directory(Folder() / "elsewhere");
+            Put("elsewhere/notes.txt", "not a dump");
+            std::filesystem::create_directory_symlink(Folder() / "elsewhere", Folder() / "system-dumps");
+            FinishChild(!guardedCall("host.cpp", 1, zel_test::WriteThroughNull, nullptr, nullptr));
+        },
+        ::testing::ExitedWithCode(0), "");
+    EXPECT_EQ(Get("elsewhere/notes.txt"), "not a dump");
+}
+#endif
+
 TEST_F(CrashReportTest, WithoutDumpDirectoryTheLogCopyIsStillMade) {
     EXPECT_EXIT(
         {

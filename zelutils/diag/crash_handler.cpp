@@ -122,7 +122,13 @@ bool SaveDump() {
         logPrintf("APPCRASH: could not copy crashdump");
         return false;
     }
-    zel_fs::EmptyFolder(systemFolder);
+    // Emptied only when it is a folder itself: a link planted where the
+    // folder should be (the temporary folder is shared) would otherwise make
+    // the report delete the files of whatever folder the link points to.
+    DWORD attributes = GetFileAttributesW(systemFolder.GetString());
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) {
+        zel_fs::EmptyFolder(systemFolder);
+    }
     return logCopied;
 }
 
