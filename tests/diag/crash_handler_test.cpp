@@ -107,6 +107,41 @@ TEST_F(CrashReportTest, ElevenCrashesUseSlotsZeroToNineThenZeroAgainEmptiedFirst
     EXPECT_EQ(SlotEntries(10), -1);
 }
 
+// An index edited by hand, with a key before its first header: the slots go
+// on from it, and the file stays one the next report can read.
+TEST_F(CrashReportTest, AnIndexWithAKeyBeforeItsFirstHeaderIsContinuedAndStaysReadable) {
+    EXPECT_EXIT(
+        {
+            UseFolder();
+            std::filesystem::create_directories(Folder() / "SupportInfo" / "Dumps");
+            Put("SupportInfo/Dumps/dumps.ini", "LastDumpIndex=9\r\n[Settings]\r\nLastDumpIndex=2\r\n");
+            for (int i = 0; i < 2; ++i) guardedCall("host.cpp", i, zel_test::WriteThroughNull, nullptr, nullptr);
+            FinishChild(true);
+        },
+        ::testing::ExitedWithCode(0), "");
+    EXPECT_EQ(LastDumpIndexLine(), "LastDumpIndex=4");
+    EXPECT_EQ(SlotEntries(3), 2);
+    EXPECT_EQ(SlotEntries(4), 2);
+    EXPECT_EQ(SlotEntries(0), -1);
+}
+
+#ifndef _WIN32
+// A link where the system's dump folder should be, as another user of the
+// shared temporary folder could plant it: what it points to is not emptied.
+TEST_F(CrashReportTest, ASystemDumpFolderThatIsALinkIsNotEmptied) {
+    EXPECT_EXIT(
+        {
+            UseFolder();
+            std::filesystem::create_directory(Folder() / "elsewhere");
+            Put("elsewhere/notes.txt", "not a dump");
+            std::filesystem::create_directory_symlink(Folder() / "elsewhere", Folder() / "system-dumps");
+            FinishChild(!guardedCall("host.cpp", 1, zel_test::WriteThroughNull, nullptr, nullptr));
+        },
+        ::testing::ExitedWithCode(0), "");
+    EXPECT_EQ(Get("elsewhere/notes.txt"), "not a dump");
+}
+#endif
+
 TEST_F(CrashReportTest, WithoutDumpDirectoryTheLogCopyIsStillMade) {
     EXPECT_EXIT(
         {

@@ -12,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+#include <clocale>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -95,8 +97,7 @@ TEST_F(ModuleLoad, MissingModuleAdvisesAReinstall) {
     EXPECT_EQ(module, nullptr);
     EXPECT_EQ(function, nullptr);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_MOD_NOT_FOUND));
-    EXPECT_TRUE(Logged("Could not load library " + Folder().string())) << log_;
-    EXPECT_TRUE(Logged("missing.dll err code = 126")) << log_;
+    EXPECT_TRUE(Logged("Could not load library " + Folder().string() + "/missing.dll err code = 126")) << log_;
     EXPECT_TRUE(Logged("Total Memory: ")) << log_;
     EXPECT_TRUE(Logged(" bytes, Free VM: ")) << log_;
     ASSERT_EQ(msg_.shown.size(), 1u);
@@ -144,6 +145,45 @@ TEST_F(ModuleLoad, WithBothFlagsOffAFailureIsSilent) {
     EXPECT_TRUE(msg_.shown.empty());
     EXPECT_EQ(log_, "");
 }
+
+#ifndef _WIN32
+// Modules made by the system's C compiler: one whose library is gone, which
+// is a missing module (reinstall) also when the host runs in a language
+// whose loader messages are translated (German where it is installed), and
+// one that calls a function nothing defines.
+TEST_F(ModuleLoad, ALibraryThatIsGoneAdvisesAReinstallInAnyLanguage) {
+    LoadFromTestFolder();
+    Put("dep.c", "int dep(void) { return 1; }\n");
+    Put("needs.c", "int dep(void);\nint needs(void) { return dep(); }\n");
+    Put("unres.c", "int nowhere(void);\nint unres(void) { return nowhere(); }\n");
+    const std::string build = "cd '" + Folder().string() +
+                              "' && cc -shared -fPIC dep.c -o libdep.so && cc -shared -fPIC needs.c -o needs.so "
+                              "-L. -ldep && cc -shared -fPIC unres.c -o unres.so";
+    const bool built = std::system((build + " 2>/dev/null").c_str()) == 0;
+    std::filesystem::remove(Folder() / "libdep.so");
+    const std::string saved = std::setlocale(LC_ALL, nullptr);
+    std::setlocale(LC_ALL, "de_DE.UTF-8");
+    HMODULE module = nullptr;
+    const bool neededLoaded = zel_core::loadModuleFunction(&module, nullptr, nullptr, ZW("needs.so"), true, true);
+    const DWORD neededError = GetLastError();
+    const bool unresolvedLoaded = zel_core::loadModuleFunction(&module, nullptr, nullptr, ZW("unres.so"), true, true);
+    const DWORD unresolvedError = GetLastError();
+    std::setlocale(LC_ALL, saved.c_str());
+    for (const char* name : {"dep.c", "needs.c", "unres.c", "needs.so", "unres.so"}) {
+        std::filesystem::remove(Folder() / name);
+    }
+    if (!built) GTEST_SKIP() << "no C compiler";
+
+    EXPECT_FALSE(neededLoaded);
+    EXPECT_EQ(neededError, static_cast<DWORD>(ERROR_MOD_NOT_FOUND));
+    EXPECT_FALSE(unresolvedLoaded);
+    EXPECT_EQ(unresolvedError, static_cast<DWORD>(ERROR_PROC_NOT_FOUND));
+    EXPECT_TRUE(Logged("needs.so err code = 126")) << log_;
+    ASSERT_EQ(msg_.shown.size(), 2u);
+    EXPECT_NE(msg_.shown[0].find("[Application reinstall may be needed. ]"), std::string::npos) << msg_.shown[0];
+    EXPECT_NE(msg_.shown[1].find("[Save your work and quit application."), std::string::npos) << msg_.shown[1];
+}
+#endif
 
 // The emulation's own contract beyond what the loader above needs.
 TEST(LibraryCalls, HandlesCountUsesAndFailWhenStale) {

@@ -13,7 +13,12 @@
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
+
+#ifndef _WIN32
+#include <unistd.h>
+#endif
 
 namespace {
 
@@ -48,6 +53,17 @@ LONG FaultOnce(EXCEPTION_POINTERS* fault, void* context) {
 
 DWORD GuardedInner(void* seen) {
     return zel_platform::RunGuarded(WriteThroughNull, nullptr, Record, seen, nullptr) ? 1 : 2;
+}
+
+DWORD Throw(void*) { throw std::runtime_error("thrown through a guard"); }
+
+// An inner guard left by a C++ exception, then a fault: the outer guard's.
+DWORD FaultAfterAnExceptionLeftAnInnerGuard(void* inner) {
+    try {
+        zel_platform::RunGuarded(Throw, nullptr, Record, inner, nullptr);
+    } catch (const std::runtime_error&) {
+    }
+    return WriteThroughNull(nullptr);
 }
 
 }  // namespace
@@ -86,6 +102,14 @@ TEST(Guard, TheInnermostGuardTakesTheFaultAndAFaultInTheFilterComesBack) {
     Seen twice;
     EXPECT_FALSE(zel_platform::RunGuarded(WriteThroughNull, nullptr, FaultOnce, &twice, nullptr));
     EXPECT_EQ(twice.calls, 2);
+
+    // A guard an exception left is gone: a later fault does not jump back
+    // into its frame.
+    inner = Seen();
+    outer = Seen();
+    EXPECT_FALSE(zel_platform::RunGuarded(FaultAfterAnExceptionLeftAnInnerGuard, &inner, Record, &outer, nullptr));
+    EXPECT_EQ(inner.calls, 0);
+    EXPECT_EQ(outer.calls, 1);
 }
 
 TEST(GuardDeathTest, FaultsOutsideAGuardOrPassedOnEndTheProcessAsWithoutTheLibrary) {
@@ -126,6 +150,11 @@ TEST(SystemValues, DumpDirectoryHasADefaultAndValuesCanBeReplacedAndDeleted) {
     ASSERT_GT(length, 0u);
     std::basic_string<WCHAR> original(buffer, length);
     EXPECT_NE(original.find(ZW("zelutils-dumps")), std::basic_string<WCHAR>::npos);
+#ifndef _WIN32
+    // The temporary folder is shared: each user has a dump folder of his own.
+    std::string uid = "-" + std::to_string(getuid());
+    EXPECT_EQ(original.substr(original.size() - uid.size()), std::basic_string<WCHAR>(uid.begin(), uid.end()));
+#endif
 
     EXPECT_EQ(zel_platform::ReadSystemValue(key, ZW("DumpDirectory"), buffer, length), length + 1)
         << "no room for the terminator: the size needed";

@@ -40,5 +40,8 @@ TEST_F(CrashCommandTest, PrintsTheFaultAndTheBacktraceWithFunctionsAndSourceLine
     EXPECT_EQ(Run("crash " + PathOf("other.txt")), 2) << "cut short";
     EXPECT_NE(Errors().find("is not a whole zelutils crash report"), std::string::npos);
     EXPECT_EQ(Run("crash " + PathOf("missing.txt")), 2);
+    EXPECT_NE(Errors().find("missing.txt': file not found"), std::string::npos) << Errors();
+    EXPECT_EQ(Run("crash " + Folder().string()), 2) << "a folder, which the stream library threw on";
+    EXPECT_NE(Errors().find("': is a directory"), std::string::npos) << Errors();
     std::filesystem::remove(PathOf("other.txt"));
 }

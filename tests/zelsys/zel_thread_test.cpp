@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
+#include <fstream>
 #include <map>
 #include <sstream>
 #include <string>
@@ -88,6 +89,46 @@ TEST_F(WorkerThreadTest, EveryThreadLeavesOneStartAndOneFinishLineWithItsIdAndIt
     EXPECT_EQ(std::count_if(started.begin(), started.end(), [](const auto& entry) { return entry.first.back() == ' '; }), 1)
         << "a null name logs an empty name";
 }
+
+#ifndef _WIN32
+namespace {
+
+// The name the system keeps for the calling thread.
+DWORD ReadSystemName(void* name) {
+    std::ifstream comm("/proc/thread-self/comm");
+    std::getline(comm, *static_cast<std::string*>(name));
+    return 0;
+}
+
+// The names three workers see: a long one, a short one, an empty one.
+void CheckSystemNames() {
+    const char* names[] = {"xx\u65e5\u672c\u8a9e\u30b9\u30ec\u30c3\u30c9", "gps-reader", ""};
+    std::string seen[3];
+    bool ok = true;
+    for (int i = 0; i < 3; ++i) {
+        HANDLE thread = CreateWorkerThread("test.cpp", 40, names[i], ReadSystemName, &seen[i], 0, 0);
+        ok = ok && WaitForWorkerThread(thread);
+        CloseHandle(thread);
+    }
+    std::string process;
+    ReadSystemName(&process);
+    FinishChild(ok && seen[0] == "xx\u65e5\u672c\u8a9e\u30b9" && seen[1] == "gps-reader" && seen[2] == process,
+                seen[0] + "|" + seen[1] + "|" + seen[2]);
+}
+
+}  // namespace
+
+// Linux keeps 15 bytes of a thread's name: a longer one is cut after its
+// last whole UTF-8 character, an empty one leaves the process's name.
+TEST_F(WorkerThreadTest, TheSystemShowsTheNameCutToWholeCharacters) {
+    EXPECT_EXIT(
+        {
+            UseFolder();
+            CheckSystemNames();
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+#endif
 
 TEST(WorkerThread, PseudoHandlesAreRefusedAndIdentityIsTheCallingThreads) {
     EXPECT_FALSE(WaitForWorkerThread(reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-1))));

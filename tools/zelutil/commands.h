@@ -65,6 +65,13 @@ std::string Reason(DWORD error);
 /// on POSIX, whatever its encoding.
 zel_text::CZelStringW PathArgument(const std::string& argument);
 
+/// Whether path names a regular file or nothing: false, with the reason in
+/// words, for a folder, a device, FIFO or socket, or a path the system
+/// cannot look at; *exists tells a missing file.
+bool RegularOrMissing(const zel_text::CZelStringW& path, bool* exists, std::string* reason);
+/// The whole file into *bytes; false with the reason in words.
+bool ReadBytes(const zel_text::CZelStringW& path, std::string* bytes, std::string* reason);
+
 /// Prints the folders the library computes for the running program.
 void PrintFolders();
 

@@ -8,8 +8,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -98,9 +96,13 @@ std::string Describe(const CodePosition& position) {
 
 int RunCrash(const Args& args) {
     if (args.size() != 1) return UsageError("crash", "expected one REPORT file");
-    std::ifstream file(args[0], std::ios::binary);
-    if (!file) return UsageError("crash", "cannot read '" + args[0] + "'");
-    std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    const zel_text::CZelStringW path = PathArgument(args[0]);
+    bool exists = false;
+    std::string text;
+    std::string reason;
+    if (!RegularOrMissing(path, &exists, &reason) || !ReadBytes(path, &text, &reason)) {
+        return UsageError("crash", "cannot read '" + args[0] + "': " + reason);
+    }
     CrashReport report;
     if (!Parse(text, report)) {
         return UsageError("crash", "'" + args[0] + "' is not a whole zelutils crash report (version 1)");
@@ -118,7 +120,7 @@ int RunCrash(const Args& args) {
         std::printf("  #%-2zu 0x%016llx %s\n", i, static_cast<unsigned long long>(report.frames[i]),
                     Describe(position).c_str());
     }
-    return std::fflush(stdout) == 0 ? kExitOk : kExitFailure;
+    return kExitOk;
 }
 
 }  // namespace zelutil

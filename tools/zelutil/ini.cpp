@@ -28,46 +28,6 @@ int Refuse(const std::string& file, const std::string& what, const std::string& 
     return kExitUsage;
 }
 
-// The kind of thing a path names, by the file system: false with the reason
-// for anything but a regular file (a missing one sets *exists to false).
-bool RegularOrMissing(const CZelStringW& path, bool* exists, std::string* reason) {
-    DWORD attributes = GetFileAttributesW(path);
-    *exists = attributes != INVALID_FILE_ATTRIBUTES;
-    if (!*exists) {
-        DWORD error = GetLastError();
-        if (error == ERROR_FILE_NOT_FOUND) return true;
-        *reason = Reason(error);
-        return false;
-    }
-    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-        *reason = "is a directory";
-        return false;
-    }
-    if ((attributes & FILE_ATTRIBUTE_DEVICE) != 0) {
-        *reason = "not a regular file (a device, FIFO or socket)";
-        return false;
-    }
-    return true;
-}
-
-// The whole file; false with the reason.
-bool ReadBytes(const CZelStringW& path, std::string* bytes, std::string* reason) {
-    HANDLE file = CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) {
-        *reason = Reason(GetLastError());
-        return false;
-    }
-    bytes->clear();
-    char block[65536];
-    DWORD got = 0;
-    bool ok = true;
-    while ((ok = ReadFile(file, block, sizeof block, &got, nullptr) != FALSE) && got > 0) bytes->append(block, got);
-    if (!ok) *reason = Reason(GetLastError());
-    CloseHandle(file);
-    return ok;
-}
-
 // Reads file whole into text under the checks of IniFileText::Load;
 // prints the reason and returns false when it cannot.
 bool Load(const std::string& file, const CZelStringW& path, IniFileText& text) {

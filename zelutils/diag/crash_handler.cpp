@@ -53,12 +53,16 @@ CZelStringW LogFolder() {
 
 // Advances "LastDumpIndex" in dumpsFolder's "dumps.ini" and returns the new
 // slot, or -1 when the file cannot be written. A value that is no slot
-// number (a damaged file) starts again at slot 0.
+// number (a damaged file) starts again at slot 0. Keys before the first
+// section header (a file edited by hand) are dropped: written back they
+// would stand under "[]", which makes the next report's load fail and the
+// slots start again at 0.
 int NextSlot(const CZelStringW& dumpsFolder) {
     CZelStringW indexPath = dumpsFolder + ZW("/dumps.ini");
     zel_settings::IniSections table;
     int last = -1;
     if (zel_settings::LoadIniFile(indexPath, table)) {
+        table.erase(CZelStringW());
         auto& settings = table[CZelStringW(ZW("Settings"))];
         auto found = settings.find(CZelStringW(ZW("LastDumpIndex")));
         if (found != settings.end() && !zel_text::ParseInt(found->second.GetString(), last)) last = -1;
@@ -118,7 +122,13 @@ bool SaveDump() {
         logPrintf("APPCRASH: could not copy crashdump");
         return false;
     }
-    zel_fs::EmptyFolder(systemFolder);
+    // Emptied only when it is a folder itself: a link planted where the
+    // folder should be (the temporary folder is shared) would otherwise make
+    // the report delete the files of whatever folder the link points to.
+    DWORD attributes = GetFileAttributesW(systemFolder.GetString());
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) {
+        zel_fs::EmptyFolder(systemFolder);
+    }
     return logCopied;
 }
 

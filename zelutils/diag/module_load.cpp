@@ -41,7 +41,9 @@ bool loadModuleFunction(HMODULE* moduleHandleOut, FARPROC* functionOut, const WC
         return false;
     }
     zel_text::CZelStringW path = zel::folders::GetProgramFolder();
-    path += ZW("\\");
+    // "/" as in every path the library builds: the log shows a path that
+    // names the file on POSIX too (Windows takes either separator).
+    path += ZW("/");
     path += moduleName;
     *moduleHandleOut = LoadLibraryW(path);
     if (*moduleHandleOut == nullptr) {

@@ -38,7 +38,8 @@ namespace zel_platform {
 
 /// Writes a dump of process processId's thread threadId, which must be the
 /// calling thread inside a guard's filter, into the folder dumpDirectory
-/// (created when missing). FALSE and the last error when it cannot:
+/// (created when missing; on POSIX for the user alone, as the report holds
+/// the process's registers and memory map). FALSE and the last error when it cannot:
 /// ERROR_INVALID_PARAMETER for another process or thread or outside a
 /// filter, the file system's error otherwise. No file is left on failure.
 using DumpCapture = BOOL (*)(DWORD processId, DWORD threadId, LPCWSTR dumpDirectory);

@@ -70,4 +70,11 @@ namespace zel_platform {
 /// in prepare, unlock in the parent, start afresh in the child, whose only
 /// thread is the forking one. Windows has no fork: nothing is registered.
 ZEL_API void RegisterForkHandlers(void (*prepare)(), void (*parent)(), void (*child)());
+
+/// Gives the calling thread name (null or empty: nothing changes) for
+/// debuggers and system tools: gdb's thread list and /proc/PID/task/*/comm
+/// on Linux, which keeps 15 bytes of UTF-8 (a longer name is cut after the
+/// last whole character that fits); the thread description on Windows 10
+/// and later, where older systems keep no name.
+ZEL_API void NameCurrentThread(LPCWSTR name);
 }  // namespace zel_platform

@@ -2,6 +2,7 @@
 #include "zelutils/platform/winreg.h"
 
 #include "zelutils/platform/errhandlingapi.h"
+#include "zelutils/platform/fault_state.h"
 #include "zelutils/platform/fileapi.h"
 
 #include <map>
@@ -22,7 +23,7 @@ struct SystemValues {
         WCHAR temp[MAX_PATH + 1];
         DWORD length = GetTempPathW(MAX_PATH + 1, temp);
         Text folder = length > 0 && length <= MAX_PATH ? Text(temp, length) : Text();
-        values[{ZW("System\\ErrorReporting\\DumpSettings"), ZW("DumpDirectory")}] = folder + ZW("zelutils-dumps");
+        values[{ZW("System\\ErrorReporting\\DumpSettings"), ZW("DumpDirectory")}] = folder + DumpFolderName();
     }
 };
 

@@ -7,7 +7,8 @@
 ///
 ///     System\ErrorReporting\DumpSettings  DumpDirectory
 ///         where the system dump goes: "zelutils-dumps" in the temporary
-///         folder.
+///         folder, "zelutils-dumps-<user id>" on POSIX, whose temporary
+///         folder all users share.
 ///
 /// Keys and names are compared exactly. Safe to use from any thread.
 #pragma once

@@ -3,6 +3,7 @@
 
 #include "zelutils/diag/crash_handler.h"
 #include "zelutils/diag/log_file.h"
+#include "zelutils/text/zel_string.h"
 
 #include <memory>
 #include <string>
@@ -18,6 +19,8 @@ constexpr int kGuardLine = 106;
 
 DWORD ThreadEntry(void* raw) {
     std::shared_ptr<ZelThreadParam> param(static_cast<ZelThreadParam*>(raw));
+    // Debuggers and system tools show the name as well.
+    zel_platform::NameCurrentThread(zel_text::CZelStringW(param->name.c_str(), CP_ACP).GetString());
     DWORD id = GetCurrentThreadId();
     zel_core::logPrintf("THR_S #%x %s", id, param->name.c_str());
     DWORD result = 0;

@@ -4,7 +4,8 @@
 /// and "THR_F #<id> <name>" when its body is done (level 7, the id in hex),
 /// and its body runs under the crash guard, so a fault in any worker is
 /// reported with the thread's id and a dump (see crash_handler.h) while the
-/// rest of the process goes on.
+/// rest of the process goes on. Debuggers and system tools show the name
+/// too, cut to what the system keeps (zel_platform::NameCurrentThread).
 #pragma once
 
 #include "zelutils/platform/win32.h"

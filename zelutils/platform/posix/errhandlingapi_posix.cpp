@@ -370,6 +370,20 @@ thread_local ThreadFaultState tOwnedState;
     ::_exit(128 + signal);
 }
 
+// Calls function inside the guard's frame. When a C++ exception leaves it,
+// the thread's innermost guard goes back to outer, so a later fault cannot
+// jump into the frame the exception has left. A fault leaves by the
+// handler's jump instead, which skips the destructor: the filter still finds
+// the guard in force.
+DWORD CallUnderGuard(Guard*& innermost, Guard* outer, DWORD (*function)(void*), void* argument) {
+    struct Unlink {
+        Guard*& innermost;
+        Guard* outer;
+        ~Unlink() { innermost = outer; }
+    } unlink{innermost, outer};
+    return function(argument);
+}
+
 }  // namespace
 
 namespace zel_platform {
@@ -420,8 +434,7 @@ BOOL RunGuarded(DWORD (*function)(void*), void* argument, GuardFilter filter, vo
     guard.outer = state->innermost;
     state->innermost = &guard;
     if (sigsetjmp(guard.jump, 1) == 0) {
-        DWORD value = function(argument);
-        state->innermost = guard.outer;
+        DWORD value = CallUnderGuard(state->innermost, guard.outer, function, argument);
         if (result != nullptr) *result = value;
         return TRUE;
     }

@@ -8,6 +8,7 @@
 
 #include <dlfcn.h>
 #include <limits.h>
+#include <locale.h>
 #include <link.h>
 #include <unistd.h>
 
@@ -106,8 +107,7 @@ HMODULE BaseOf(void* handle) {
 // The Win32 error for a failed dlopen of path, from its message: the loader
 // reports a missing dependency, a missing symbol and a bad format only as
 // text.
-DWORD LoadError(const std::string& path, const char* message) {
-    std::string text = message != nullptr ? message : "";
+DWORD LoadError(const std::string& path, const std::string& text) {
     if (path.find('/') != std::string::npos && access(path.c_str(), F_OK) != 0) {
         return ERROR_MOD_NOT_FOUND;
     }
@@ -115,6 +115,20 @@ DWORD LoadError(const std::string& path, const char* message) {
     if (text.find("undefined symbol") != std::string::npos) return ERROR_PROC_NOT_FOUND;
     if (text.find("Permission denied") != std::string::npos) return ERROR_ACCESS_DENIED;
     return ERROR_BAD_EXE_FORMAT;
+}
+
+// The loader's message for the calling thread's last failure, in English
+// whatever locale the host set: LoadError tells the causes apart by it.
+std::string LoaderMessage() {
+    locale_t english = ::newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr));
+    locale_t previous = english != nullptr ? ::uselocale(english) : nullptr;
+    const char* message = dlerror();
+    std::string text = message != nullptr ? message : "";
+    if (english != nullptr) {
+        ::uselocale(previous);
+        ::freelocale(english);
+    }
+    return text;
 }
 
 }  // namespace
@@ -129,7 +143,7 @@ HMODULE zel_win32::LoadLibraryW(LPCWSTR fileName) {
     std::lock_guard<std::recursive_mutex> lock(table.mutex);
     void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle == nullptr) {
-        SetLastError(LoadError(path, dlerror()));
+        SetLastError(LoadError(path, LoaderMessage()));
         return nullptr;
     }
     HMODULE module = BaseOf(handle);

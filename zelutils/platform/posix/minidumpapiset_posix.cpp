@@ -26,7 +26,8 @@ BOOL WriteCrashReport(DWORD processId, DWORD threadId, LPCWSTR dumpDirectory) {
         return FALSE;
     }
     std::string folder = ToNativePath(dumpDirectory);
-    if (sys::MakeDirectory(folder.c_str(), 0777) != 0 && errno != EEXIST) {
+    // Reports hold the process's registers and memory map: the user's own.
+    if (sys::MakeDirectory(folder.c_str(), 0700) != 0 && errno != EEXIST) {
         SetLastError(PathError(errno, folder));
         return FALSE;
     }
@@ -59,5 +60,13 @@ BOOL WriteCrashReport(DWORD processId, DWORD threadId, LPCWSTR dumpDirectory) {
 }  // namespace
 
 namespace zel_platform {
+
+// The temporary folder is shared by every user.
+std::basic_string<WCHAR> DumpFolderName() {
+    std::string name = "zelutils-dumps-" + std::to_string(::getuid());
+    return std::basic_string<WCHAR>(name.begin(), name.end());
+}
+
 DumpCapture FindDumpCapture() { return WriteCrashReport; }
+
 }  // namespace zel_platform

@@ -4,6 +4,7 @@
 
 #include "zelutils/platform/errhandlingapi.h"
 #include "zelutils/platform/posix/thread_object.h"
+#include "zelutils/platform/stringapiset.h"
 
 #include <limits.h>
 #include <pthread.h>
@@ -12,6 +13,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <string>
 
 namespace {
 // The calling thread's kernel id, asked once per thread: every log line
@@ -46,6 +48,23 @@ BOOL zel_win32::TerminateProcess(HANDLE process, UINT exitCode) {
     // 0xBADEE000 would read as success.
     bool readsAsSuccess = exitCode != 0 && (exitCode & 0xFF) == 0;
     ::_exit(readsAsSuccess ? 255 : static_cast<int>(exitCode & 0xFF));
+}
+
+void zel_platform::NameCurrentThread(LPCWSTR name) {
+    if (name == nullptr || name[0] == 0) return;
+    int size = WideCharToMultiByte(CP_UTF8, 0, name, -1, nullptr, 0, nullptr, nullptr);
+    if (size <= 1) return;
+    std::string text(static_cast<std::size_t>(size), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, name, -1, &text[0], size, nullptr, nullptr);
+    text.resize(static_cast<std::size_t>(size) - 1);
+    // The kernel keeps 15 bytes; the cut never splits a character.
+    constexpr std::size_t kLimit = 15;
+    if (text.size() > kLimit) {
+        std::size_t length = kLimit;
+        while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80) --length;
+        text.resize(length);
+    }
+    ::pthread_setname_np(::pthread_self(), text.c_str());
 }
 
 namespace {

@@ -71,6 +71,19 @@ __attribute__((noinline)) BOOL FilterFault(Guard& guard, zel_platform::GuardFilt
     return FALSE;
 }
 
+// Calls function inside the guard's frame. When a C++ exception leaves it,
+// the thread's innermost guard goes back to outer, so a later fault cannot
+// jump into the frame the exception has left. A fault leaves by the
+// handler's jump instead, which skips the destructor: the filter still finds
+// the guard in force.
+__attribute__((noinline)) DWORD CallUnderGuard(Guard* outer, DWORD (*function)(void*), void* argument) {
+    struct Unlink {
+        Guard* outer;
+        ~Unlink() { tInnermost = outer; }
+    } unlink{outer};
+    return function(argument);
+}
+
 }  // namespace
 
 namespace zel_platform {
@@ -94,8 +107,7 @@ BOOL RunGuarded(DWORD (*function)(void*), void* argument, GuardFilter filter, vo
     guard.outer = tInnermost;
     tInnermost = &guard;
     if (__builtin_setjmp(guard.jump) == 0) {
-        DWORD value = function(argument);
-        tInnermost = guard.outer;
+        DWORD value = CallUnderGuard(guard.outer, function, argument);
         if (result != nullptr) *result = value;
         return TRUE;
     }

@@ -48,6 +48,9 @@ BOOL WriteMiniDump(DWORD processId, DWORD threadId, LPCWSTR dumpDirectory) {
 
 namespace zel_platform {
 
+// The temporary folder is the user's own.
+std::wstring DumpFolderName() { return L"zelutils-dumps"; }
+
 DumpCapture FindDumpCapture() {
     if (gWriteDump == nullptr) {
         HMODULE dbghelp = LoadLibraryW(L"dbghelp.dll");
