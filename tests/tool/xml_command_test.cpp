@@ -26,7 +26,11 @@ TEST_F(XmlCommandTest, FailuresNameTheFileAndThePlace) {
     EXPECT_EQ(Run("xml dump " + Quoted("cut.xml")), 2);
     EXPECT_NE(Errors().find("cut.xml':2:3: no element found"), std::string::npos) << Errors();
     EXPECT_EQ(Run("xml records " + Quoted("missing.xml") + " r"), 2);
-    EXPECT_NE(Errors().find("missing.xml"), std::string::npos);
+    EXPECT_NE(Errors().find("missing.xml': cannot open the file (file not found)"), std::string::npos) << Errors();
+    std::filesystem::create_directory(PathOf("folder.xml"));
+    EXPECT_EQ(Run("xml dump " + Quoted("folder.xml")), 2);
+    EXPECT_NE(Errors().find("(is a directory)"), std::string::npos) << Errors();
+    std::filesystem::remove(PathOf("folder.xml"));
     EXPECT_EQ(Run("xml records " + Quoted("cut.xml") + " r --count x"), 2);
     EXPECT_EQ(Run("xml frobnicate"), 2);
     EXPECT_EQ(Run("xml write-sample " + Quoted("no-folder/s.xml")), 2);

@@ -33,6 +33,10 @@ TEST_F(ZipCommand, CreateListAddAndExtractRoundTrip) {
     EXPECT_EQ(Run("zip create " + Quoted("a.zip") + " " + Quoted("missing")), 1);
     EXPECT_EQ(Run("zip list " + Quoted("a.zip")), 0) << "a failed create leaves the old archive";
     EXPECT_EQ(Run("zip frobnicate " + Quoted("a.zip")), 2);
+    EXPECT_EQ(Run("zip list " + Quoted("tree")), 1);
+    EXPECT_NE(Errors().find("error opening archive (is a directory)"), std::string::npos) << Errors();
+    EXPECT_EQ(Run("zip extract " + Quoted("none.zip")), 1);
+    EXPECT_NE(Errors().find("error opening archive (file not found)"), std::string::npos) << Errors();
     for (const char* name : {"tree", "out", "a.zip", "c.txt"}) std::filesystem::remove_all(PathOf(name));
 }
 

@@ -224,6 +224,12 @@ bool RegularOrMissing(const zel_text::CZelStringW& path, bool* exists, std::stri
     return true;
 }
 
+std::string WhyNoFile(const zel_text::CZelStringW& path) {
+    DWORD attributes = GetFileAttributesW(path);
+    if (attributes == INVALID_FILE_ATTRIBUTES) return Reason(GetLastError());
+    return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? "is a directory" : std::string();
+}
+
 // The whole file; false with the reason.
 bool ReadBytes(const zel_text::CZelStringW& path, std::string* bytes, std::string* reason) {
     HANDLE file = CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,

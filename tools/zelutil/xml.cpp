@@ -28,12 +28,15 @@ CZelStringW Wide(const std::string& utf8) { return CZelStringUtf8(utf8.c_str()).
 std::string Utf8(const CZelStringW& wide) { return CZelStringUtf8(wide).GetString(); }
 
 // Parses file with parser; prints the file, Expat's line and column and the
-// reason when that fails.
+// reason when that fails (for a file that could not be read, why, where the
+// file system tells).
 bool Parse(zel::XmlExpatParser& parser, const std::string& file) {
     if (parser.ParseWholeFile(PathArgument(file))) return true;
     const zel::XmlParseFailure& failure = parser.LastFailure();
     if (failure.line == 0) {
-        std::fprintf(stderr, "zelutil xml: '%s': %s\n", file.c_str(), failure.message.c_str());
+        std::string why = WhyNoFile(PathArgument(file));
+        std::fprintf(stderr, "zelutil xml: '%s': %s%s\n", file.c_str(), failure.message.c_str(),
+                     why.empty() ? "" : (" (" + why + ")").c_str());
     } else {
         std::fprintf(stderr, "zelutil xml: '%s':%lu:%lu: %s\n", file.c_str(), failure.line, failure.column,
                      failure.message.c_str());

@@ -24,13 +24,17 @@ WString Wide(const std::string& argument) { return zel_platform::PathFromArgumen
 
 std::string Utf8(const WString& wide) { return CZelStringUtf8(wide.c_str()).GetString(); }
 
-// Prints the archive's error; refusals of hostile content are usage-class
+// Prints the archive's error, with why an archive being read could not be
+// opened where the file system tells; refusals of hostile content are usage-class
 // failures (2) so scripts can tell them from I/O errors (1).
 // An archive written under a temporary name is named as the user named it.
 int ArchiveError(const zel_zip::CZipBase& archive, const std::string& shownPath = std::string()) {
     std::string text = Utf8(archive.GetErrorText());
     std::string path = Utf8(archive.GetArchivePath());
     if (!shownPath.empty() && text.compare(0, path.size(), path) == 0) text.replace(0, path.size(), shownPath);
+    // An archive being written is a temporary file, which may be gone.
+    std::string why = shownPath.empty() ? WhyNoFile(archive.GetArchivePath().c_str()) : std::string();
+    if (!why.empty()) text += " (" + why + ")";
     std::fprintf(stderr, "zelutil zip: %s\n", text.c_str());
     return archive.WasRefused() ? kExitUsage : kExitFailure;
 }
