@@ -225,9 +225,10 @@ bool RegularOrMissing(const zel_text::CZelStringW& path, bool* exists, std::stri
 }
 
 std::string WhyNoFile(const zel_text::CZelStringW& path) {
-    DWORD attributes = GetFileAttributesW(path);
-    if (attributes == INVALID_FILE_ATTRIBUTES) return Reason(GetLastError());
-    return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? "is a directory" : std::string();
+    bool exists = false;
+    std::string reason;
+    if (!RegularOrMissing(path, &exists, &reason)) return reason;
+    return exists ? std::string() : Reason(ERROR_FILE_NOT_FOUND);
 }
 
 // The whole file; false with the reason.

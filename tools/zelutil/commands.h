@@ -70,7 +70,7 @@ zel_text::CZelStringW PathArgument(const std::string& argument);
 /// cannot look at; *exists tells a missing file.
 bool RegularOrMissing(const zel_text::CZelStringW& path, bool* exists, std::string* reason);
 /// Why path cannot be opened as a file when the file system alone tells
-/// ("file not found", "is a directory", ...); empty when it names a file.
+/// (RegularOrMissing's reason, or "file not found"); empty for a regular file.
 std::string WhyNoFile(const zel_text::CZelStringW& path);
 /// The whole file into *bytes; false with the reason in words.
 bool ReadBytes(const zel_text::CZelStringW& path, std::string* bytes, std::string* reason);
